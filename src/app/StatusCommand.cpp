@@ -1,0 +1,113 @@
+#include "app/StatusCommand.h"
+
+#include <nlohmann/json.hpp>
+
+#include "app/ByteCount.h"
+#include "app/VosklinVersion.h"
+#include "catalog/CatalogError.h"
+#include "catalog/CatalogMigrations.h"
+#include "catalog/DatabaseError.h"
+#include "catalog/VersionCatalog.h"
+#include "platform/PathJson.h"
+#include "store/VersionStoreLayout.h"
+
+namespace vosklin {
+namespace {
+
+const char* stateName(StatusReport::StoreState state) {
+    switch (state) {
+        case StatusReport::StoreState::absent: return "absent";
+        case StatusReport::StoreState::ready: return "ready";
+        case StatusReport::StoreState::newer: return "newer";
+        case StatusReport::StoreState::unavailable: return "unavailable";
+    }
+    return "unknown";
+}
+
+}  // namespace
+
+StatusCommand::StatusCommand(const StoreLocator& locator, FileSystem& fileSystem)
+    : locator_(locator), fileSystem_(fileSystem) {}
+
+StatusReport StatusCommand::gather() {
+    StatusReport report;
+    report.containerRoot = locator_.containerRoot();
+    report.storeRoot = locator_.storeRoot();
+    report.supportedSchemaVersion = CatalogMigrations::currentVersion;
+    VersionStoreLayout layout(report.storeRoot, fileSystem_);
+    if (!fileSystem_.status(layout.databasePath())) {
+        report.storeState = StatusReport::StoreState::absent;
+        return report;
+    }
+    try {
+        VersionCatalog catalog(layout.databasePath());
+        report.schemaVersion = catalog.schemaVersion();
+        CatalogTotals totals = catalog.totals();
+        report.files = totals.files;
+        report.liveFiles = totals.liveFiles;
+        report.versions = totals.versions;
+        report.logicalBytes = totals.logicalBytes;
+        report.storeState = StatusReport::StoreState::ready;
+    } catch (const CatalogError& error) {
+        if (error.kind() != CatalogError::Kind::storeIsNewerThanTheApp) throw;
+        report.storeState = StatusReport::StoreState::newer;
+        report.schemaVersion = error.storeVersion();
+        report.detail = error.what();
+    } catch (const DatabaseError& error) {
+        report.storeState = StatusReport::StoreState::unavailable;
+        report.detail = error.what();
+    }
+    return report;
+}
+
+int StatusCommand::run(bool json, std::ostream& out, std::ostream& err) {
+    StatusReport report = gather();
+    const bool usable = report.storeState == StatusReport::StoreState::ready ||
+                        report.storeState == StatusReport::StoreState::absent;
+    if (json) {
+        nlohmann::json object;
+        object["version"] = std::string(vosklinVersion);
+        putPath(object, "home", report.containerRoot);
+        putPath(object, "storePath", report.storeRoot);
+        object["store"] = stateName(report.storeState);
+        object["schemaVersion"] = report.schemaVersion ? nlohmann::json(*report.schemaVersion) : nlohmann::json();
+        object["supportedSchemaVersion"] = report.supportedSchemaVersion;
+        object["files"] = report.files;
+        object["liveFiles"] = report.liveFiles;
+        object["versions"] = report.versions;
+        object["logicalBytes"] = report.logicalBytes;
+        if (!report.detail.empty()) object["detail"] = report.detail;
+        out << object.dump(2) << "\n";
+    } else {
+        out << "Vosklin " << vosklinVersion << "\n";
+        out << "Home:      " << displayableUtf8(report.containerRoot) << "\n";
+        out << "Store:     " << displayableUtf8(report.storeRoot);
+        switch (report.storeState) {
+            case StatusReport::StoreState::absent:
+                out << " (not created yet: nothing has been recorded)\n";
+                break;
+            case StatusReport::StoreState::ready:
+                out << " (schema " << *report.schemaVersion << ")\n";
+                out << "Files:     " << report.files << " (" << report.liveFiles << " present, "
+                    << report.files - report.liveFiles << " deleted)\n";
+                out << "Versions:  " << report.versions << ", " << formatByteCount(report.logicalBytes) << "\n";
+                break;
+            case StatusReport::StoreState::newer:
+                out << " (schema " << *report.schemaVersion << ")\n";
+                break;
+            case StatusReport::StoreState::unavailable:
+                out << " (unavailable)\n";
+                break;
+        }
+    }
+    if (report.storeState == StatusReport::StoreState::newer) {
+        err << "vosklin: the store was written by a newer Vosklin (schema " << *report.schemaVersion
+            << "; this Vosklin reads up to " << report.supportedSchemaVersion
+            << "). It was left untouched; update Vosklin to use it.\n";
+    } else if (report.storeState == StatusReport::StoreState::unavailable) {
+        err << "vosklin: the store cannot be opened: " << report.detail << "\n";
+    }
+    return usable ? 0 : 1;
+}
+
+}  // namespace vosklin

@@ -1,0 +1,30 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "catalog/TrackedFile.h"
+
+namespace vosklin {
+
+// A version whose digest has no extracted text yet.
+struct IndexCandidate {
+    std::int64_t versionID = 0;
+    std::string digest;
+    std::string slot;
+    std::string payloadName;
+    bool isPackage = false;
+};
+
+// How extraction of one digest ended; stored as content_texts.state.
+enum class ContentState : std::int64_t { indexed = 1, noText = 2, failed = 3 };
+
+// One version whose text matches a search, with the sentence around the match.
+struct ContentHit {
+    TrackedFile file;
+    std::int64_t versionID = 0;
+    double capturedAt = 0;
+    std::string snippet;
+};
+
+}  // namespace vosklin

@@ -1,0 +1,172 @@
+#include "catalog/Database.h"
+
+#include <memory>
+
+namespace vosklin {
+
+DatabaseError DatabaseError::open(std::int32_t code) {
+    return DatabaseError(Kind::open, code, sqlite3_errstr(code),
+                         "Could not open the catalog database (SQLite " + std::to_string(code) + ": " +
+                             sqlite3_errstr(code) + ")");
+}
+
+DatabaseError DatabaseError::statement(std::int32_t code, std::string message) {
+    std::string description = "Catalog statement failed (SQLite " + std::to_string(code) + "): " + message;
+    return DatabaseError(Kind::statement, code, std::move(message), description);
+}
+
+DatabaseError DatabaseError::closed() {
+    return DatabaseError(Kind::closed, 0, "closed", "The catalog database is closed");
+}
+
+std::string DatabaseRow::text(int column) const {
+    auto bytes = reinterpret_cast<const char*>(sqlite3_column_text(statement_, column));
+    if (!bytes) return {};
+    return std::string(bytes, std::size_t(sqlite3_column_bytes(statement_, column)));
+}
+
+std::optional<std::int64_t> DatabaseRow::optionalInt64(int column) const {
+    if (isNull(column)) return std::nullopt;
+    return int64(column);
+}
+
+std::optional<double> DatabaseRow::optionalReal(int column) const {
+    if (isNull(column)) return std::nullopt;
+    return real(column);
+}
+
+std::optional<std::string> DatabaseRow::optionalText(int column) const {
+    if (isNull(column)) return std::nullopt;
+    return text(column);
+}
+
+Database::Database(const std::string& path) {
+    sqlite3* handle = nullptr;
+    int code = sqlite3_open_v2(path.c_str(), &handle, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_FULLMUTEX,
+                               nullptr);
+    if (code != SQLITE_OK) {
+        if (handle) sqlite3_close_v2(handle);
+        throw DatabaseError::open(code);
+    }
+    handle_ = handle;
+    try {
+        execute("PRAGMA journal_mode = WAL");
+        execute("PRAGMA synchronous = NORMAL");
+        execute("PRAGMA foreign_keys = ON");
+        execute("PRAGMA busy_timeout = 5000");
+    } catch (...) {
+        close();
+        throw;
+    }
+}
+
+Database::~Database() { close(); }
+
+void Database::close() noexcept {
+    if (handle_) {
+        sqlite3_close_v2(handle_);
+        handle_ = nullptr;
+    }
+}
+
+sqlite3* Database::connection() const {
+    if (!handle_) throw DatabaseError::closed();
+    return handle_;
+}
+
+void Database::throwStatementError(int code) const {
+    const char* message = handle_ ? sqlite3_errmsg(handle_) : nullptr;
+    throw DatabaseError::statement(code, message ? message : "unknown");
+}
+
+void Database::execute(const std::string& sql) {
+    sqlite3* db = connection();
+    char* error = nullptr;
+    int code = sqlite3_exec(db, sql.c_str(), nullptr, nullptr, &error);
+    if (code != SQLITE_OK) {
+        std::string message = error ? error : (sqlite3_errmsg(db) ? sqlite3_errmsg(db) : "unknown");
+        sqlite3_free(error);
+        throw DatabaseError::statement(code, message);
+    }
+    sqlite3_free(error);
+}
+
+sqlite3_stmt* Database::prepare(const std::string& sql, const std::vector<Value>& values) {
+    sqlite3* db = connection();
+    sqlite3_stmt* statement = nullptr;
+    int code = sqlite3_prepare_v2(db, sql.c_str(), -1, &statement, nullptr);
+    if (code != SQLITE_OK) {
+        sqlite3_finalize(statement);
+        throwStatementError(code);
+    }
+    for (std::size_t i = 0; i < values.size(); ++i) {
+        int index = int(i) + 1;
+        code = std::visit(
+            [&](const auto& value) -> int {
+                using T = std::decay_t<decltype(value)>;
+                if constexpr (std::is_same_v<T, std::string>) {
+                    return sqlite3_bind_text(statement, index, value.c_str(), -1, SQLITE_TRANSIENT);
+                } else if constexpr (std::is_same_v<T, std::int64_t>) {
+                    return sqlite3_bind_int64(statement, index, value);
+                } else if constexpr (std::is_same_v<T, double>) {
+                    return sqlite3_bind_double(statement, index, value);
+                } else if constexpr (std::is_same_v<T, std::vector<std::uint8_t>>) {
+                    return sqlite3_bind_blob(statement, index, value.data(), int(value.size()), SQLITE_TRANSIENT);
+                } else {
+                    return sqlite3_bind_null(statement, index);
+                }
+            },
+            values[i]);
+        if (code != SQLITE_OK) {
+            std::string message = sqlite3_errmsg(db) ? sqlite3_errmsg(db) : "unknown";
+            sqlite3_finalize(statement);
+            throw DatabaseError::statement(code, message);
+        }
+    }
+    return statement;
+}
+
+void Database::query(const std::string& sql, const std::vector<Value>& values, const RowHandler& onRow) {
+    std::unique_ptr<sqlite3_stmt, int (*)(sqlite3_stmt*)> statement(prepare(sql, values), sqlite3_finalize);
+    int code;
+    while ((code = sqlite3_step(statement.get())) == SQLITE_ROW) {
+        if (onRow) onRow(DatabaseRow(statement.get()));
+    }
+    if (code != SQLITE_DONE) throwStatementError(code);
+}
+
+void Database::run(const std::string& sql, const std::vector<Value>& values) { query(sql, values, nullptr); }
+
+std::int64_t Database::scalar(const std::string& sql, const std::vector<Value>& values, std::int64_t fallback) {
+    std::optional<std::int64_t> result;
+    query(sql, values, [&](const DatabaseRow& row) {
+        if (!result) result = row.isNull(0) ? fallback : row.int64(0);
+    });
+    return result.value_or(fallback);
+}
+
+std::optional<double> Database::scalarReal(const std::string& sql, const std::vector<Value>& values) {
+    std::optional<double> result;
+    bool seen = false;
+    query(sql, values, [&](const DatabaseRow& row) {
+        if (!seen) result = row.optionalReal(0);
+        seen = true;
+    });
+    return result;
+}
+
+std::int64_t Database::changes() { return scalar("SELECT changes()"); }
+
+std::int64_t Database::lastInsertRowID() { return scalar("SELECT last_insert_rowid()"); }
+
+std::int32_t Database::userVersion() { return std::int32_t(scalar("PRAGMA user_version")); }
+
+void Database::rollbackQuietly() noexcept {
+    try {
+        execute("ROLLBACK");
+    } catch (...) {
+        // A failed rollback is discarded; the caller rethrows the error that caused it.
+    }
+}
+
+}  // namespace vosklin

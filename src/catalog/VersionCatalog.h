@@ -1,0 +1,162 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "catalog/ChangeRow.h"
+#include "catalog/ContentRecords.h"
+#include "catalog/Database.h"
+#include "catalog/FileEventRow.h"
+#include "catalog/FileStateAt.h"
+#include "catalog/MomentMark.h"
+#include "catalog/NewVersion.h"
+#include "catalog/RecentFile.h"
+#include "catalog/StoredVersion.h"
+#include "catalog/TrackedFile.h"
+#include "catalog/WatchState.h"
+
+namespace vosklin {
+
+// Counts over the whole catalog, for status reports.
+struct CatalogTotals {
+    std::int64_t files = 0;
+    std::int64_t liveFiles = 0;
+    std::int64_t versions = 0;
+    std::int64_t logicalBytes = 0;
+};
+
+// The one owner of the catalog database: every other part reads and writes
+// history only through these operations.
+//
+// Contract: opening creates the file if needed and migrates it to the current
+// schema (CatalogError::storeIsNewerThanTheApp for a newer store, which is left
+// untouched). Operations are serialised: each takes the catalog's lock, so the
+// connection runs one statement sequence at a time whatever thread calls.
+// Multi-statement writes run in one "BEGIN IMMEDIATE" transaction and roll back
+// on failure. SQLite failures are thrown as DatabaseError. Ties on time are
+// broken by the newer row id.
+class VersionCatalog {
+public:
+    explicit VersionCatalog(const std::string& databasePath);
+
+    std::int32_t schemaVersion();
+
+    // --- Files ---------------------------------------------------------------
+    TrackedFile upsertFile(const std::string& folderID, const std::string& relativePath,
+                           std::optional<std::uint64_t> inode, bool isPackage,
+                           const std::optional<std::string>& fileExtension);
+    // The row a capture writes under: in one transaction, an "appeared" event at
+    // `at` when the path was tombstoned, then the upsert that clears the tombstone.
+    TrackedFile trackFileForCapture(const std::string& folderID, const std::string& relativePath,
+                                    std::optional<std::uint64_t> inode, bool isPackage,
+                                    const std::optional<std::string>& fileExtension, double at);
+    std::optional<TrackedFile> file(std::int64_t id);
+    // As file(), but CatalogError::fileNotFound when there is no row.
+    TrackedFile requireFile(std::int64_t id);
+    std::optional<TrackedFile> fileAtPath(const std::string& folderID, const std::string& relativePath);
+    std::optional<TrackedFile> liveFileWithInode(const std::string& folderID, std::uint64_t inode);
+    std::vector<TrackedFile> files(const std::string& folderID, bool liveOnly);
+    std::vector<TrackedFile> allFiles();
+    void setLastDigest(std::int64_t fileID, const std::string& digest);
+    void recordRename(std::int64_t fileID, const std::string& newPath, const std::optional<std::string>& newExtension,
+                      double at);
+    void markDeleted(std::int64_t fileID, double at);
+    void markAppeared(std::int64_t fileID, double at);
+
+    // --- Versions ------------------------------------------------------------
+    std::int64_t insertVersion(const NewVersion& version);
+    // Insert and move the file's last_digest, in one transaction; returns the stored row.
+    StoredVersion recordVersion(const NewVersion& version);
+    std::optional<StoredVersion> version(std::int64_t id);
+    std::vector<StoredVersion> versionsOfFile(std::int64_t fileID, std::int64_t limit, std::int64_t offset = 0);
+    std::optional<StoredVersion> newestVersion(std::int64_t fileID);
+    // Every version; with `excludingStaged`, those staged by stageVersionIDs are left out.
+    std::vector<StoredVersion> allVersions(bool excludingStaged = false);
+    void setStarred(std::int64_t versionID, bool starred);
+    bool wasEverReplaced(std::int64_t fileID);
+    std::vector<std::string> allSlots();
+    std::vector<std::string> slotsOfFolder(const std::string& folderID);
+
+    // Deletes versions through the staged-id table, then drops the rows and
+    // events of deleted files left with no version. The caller removes the slots.
+    void deleteVersions(const std::vector<std::int64_t>& versionIDs);
+    // Deletes an explicit, short list of versions with one bound parameter each.
+    void deleteVersionsListed(const std::vector<std::int64_t>& versionIDs);
+    // Fills the connection's temporary staged-id table (replacing what was there).
+    void stageVersionIDs(const std::vector<std::int64_t>& versionIDs);
+
+    // --- History of a folder ---------------------------------------------------
+    std::vector<FileStateAt> stateAt(const std::string& folderID, double instant);
+    std::vector<ChangeRow> changeList(const std::string& folderID, std::int64_t limit);
+    std::vector<FileEventRow> eventsSince(const std::string& folderID, double instant);
+    // The newest version or deleted/renamed event in (after, upTo].
+    std::optional<double> newestChange(const std::string& folderID, double after, double upTo);
+    // Versions plus deleted/renamed events in (after, upTo]. `extraVersionCondition`
+    // is a fixed SQL fragment of the calling code (" AND source = 'manual'"), never user text.
+    std::int64_t countChanges(const std::string& folderID, double after, double upTo,
+                              const std::string& extraVersionCondition = "");
+    bool anythingAt(const std::string& folderID, double instant);
+    std::vector<RecentFile> recentFiles(const std::optional<std::string>& folderID, std::int64_t limit,
+                                        bool replacedOnly);
+    std::vector<RecentFile> filesByName(const std::string& folderID, const std::string& likePattern);
+    // A LIKE pattern that matches names containing `text` literally.
+    static std::string containsPattern(const std::string& text);
+    std::vector<std::pair<std::string, double>> liveFilesWithNewestCapture(const std::string& folderID);
+
+    // --- Aggregates ------------------------------------------------------------
+    std::int64_t folderBytes(const std::string& folderID);
+    std::int64_t folderVersionCount(const std::string& folderID);
+    std::int64_t folderReplacedFileCount(const std::string& folderID);
+    std::int64_t folderDeletedFileCount(const std::string& folderID);
+    CatalogTotals totals();
+
+    // --- Content index -----------------------------------------------------------
+    std::int64_t highestVersionID();
+    std::vector<IndexCandidate> nextBatchToIndex(std::int64_t below, std::int64_t above, std::int64_t limit);
+    bool digestInUse(const std::string& digest);
+    // Records the result for a digest once; a second result for the same digest adds nothing.
+    void storeContentResult(const std::string& digest, ContentState state, double at, std::int64_t textBytes,
+                            const std::optional<std::string>& text);
+    std::int64_t digestsToIndexCount();
+    std::int64_t storedTextBytes();
+    void clearContentIndex();
+    std::vector<ContentHit> searchContents(const std::string& startMarker, const std::string& endMarker,
+                                           const std::string& matchExpression, const std::string& folderID,
+                                           std::int64_t limit);
+
+    // --- Moment marks -------------------------------------------------------------
+    // Kind precedence: named over beforeRewind over anything else; an absent name keeps the old one.
+    void recordMark(const MomentMark& mark);
+    // The history eraser's variant: an existing beforeRewind kind and target are kept.
+    void restoreMark(const MomentMark& mark);
+    std::vector<MomentMark> marks(const std::string& folderID);
+    void clearMarkName(const std::string& folderID, double at);
+    void deleteMark(const std::string& folderID, double at);
+
+    // --- Watch state --------------------------------------------------------------
+    std::optional<WatchState> watchState(const std::string& folderID);
+    void writeWatchState(const WatchState& state);
+
+    // Deletes all history of a folder, in one transaction. Returns the slots the
+    // caller must remove from the store.
+    std::vector<std::string> forgetFolder(const std::string& folderID);
+
+private:
+    std::vector<TrackedFile> queryFiles(const std::string& sql, const std::vector<Database::Value>& values);
+    std::vector<StoredVersion> queryVersions(const std::string& sql, const std::vector<Database::Value>& values);
+    std::vector<RecentFile> queryRecentFiles(const std::string& sql, const std::vector<Database::Value>& values);
+    std::optional<TrackedFile> fileAtPathLocked(const std::string& folderID, const std::string& relativePath);
+    std::optional<StoredVersion> versionLocked(std::int64_t id);
+    std::int64_t insertVersionLocked(const NewVersion& version);
+    void stageLocked(const std::vector<std::int64_t>& versionIDs);
+    std::vector<std::string> slotsOfFolderLocked(const std::string& folderID);
+
+    std::mutex lock_;
+    Database database_;
+};
+
+}  // namespace vosklin

@@ -1,0 +1,43 @@
+#include "platform/AtomicFile.h"
+
+#include <sys/random.h>
+
+#include <cstdio>
+
+#include "platform/PathNames.h"
+
+namespace vosklin {
+
+std::string uniqueSiblingName(const std::string& path, std::string_view tag) {
+    unsigned char random[8] = {};
+    std::size_t filled = 0;
+    while (filled < sizeof random) {
+        ssize_t got = ::getrandom(random + filled, sizeof random - filled, 0);
+        if (got > 0) filled += std::size_t(got);
+    }
+    char hex[17] = {};
+    for (std::size_t i = 0; i < sizeof random; ++i) std::snprintf(hex + 2 * i, 3, "%02x", random[i]);
+    return path + "." + std::string(tag) + "-" + hex;
+}
+
+void writeFileAtomically(FileSystem& fileSystem, const std::string& path, std::string_view contents, mode_t mode) {
+    const std::string temporary = uniqueSiblingName(path, "tmp");
+    try {
+        {
+            UniqueFd file = fileSystem.createExclusive(temporary, mode);
+            fileSystem.writeAll(file.get(), contents.data(), contents.size());
+            fileSystem.syncFile(file.get());
+        }
+        fileSystem.rename(temporary, path);
+    } catch (...) {
+        try {
+            if (fileSystem.linkStatus(temporary)) fileSystem.removeFile(temporary);
+        } catch (...) {
+            // The original failure is the one worth reporting.
+        }
+        throw;
+    }
+    fileSystem.syncDirectory(parentPath(path));
+}
+
+}  // namespace vosklin

@@ -1,0 +1,33 @@
+#include "platform/FileSystem.h"
+
+#include <cerrno>
+
+#include "platform/FileSystemError.h"
+#include "platform/PathNames.h"
+
+namespace vosklin {
+void makeDirectories(FileSystem& fileSystem, const std::string& path, mode_t mode) {
+    if (path.empty() || path == "/" || path == ".") return;
+    if (auto existing = fileSystem.status(path)) {
+        if (existing->isDirectory()) return;
+        throw FileSystemError(ENOTDIR, "mkdir", path);
+    }
+    makeDirectories(fileSystem, parentPath(path), mode);
+    if (!fileSystem.makeDirectory(path, mode)) {
+        auto raced = fileSystem.status(path);
+        if (!raced || !raced->isDirectory()) throw FileSystemError(ENOTDIR, "mkdir", path);
+    }
+}
+
+void removeAll(FileSystem& fileSystem, const std::string& path) {
+    auto status = fileSystem.linkStatus(path);
+    if (!status) return;
+    if (status->isDirectory()) {
+        for (const auto& entry : fileSystem.listDirectory(path)) removeAll(fileSystem, path + "/" + entry.name);
+        fileSystem.removeDirectory(path);
+    } else {
+        fileSystem.removeFile(path);
+    }
+}
+
+}  // namespace vosklin

@@ -1,0 +1,89 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "platform/FileStatus.h"
+#include "platform/UniqueFd.h"
+
+namespace vosklin {
+
+// The one door through which Vosklin touches the file system for anything that
+// writes, syncs, clones or can fail in an interesting way. Production code uses
+// PosixFileSystem; tests wrap it to inject ENOSPC, EIO, a refused clone or a
+// crash at a chosen step.
+//
+// Contract: every failure is thrown as FileSystemError carrying errno, the
+// operation and the path. The exceptions are the look-ups that answer "nothing
+// there" as a value (status on a missing path). Implementations are safe to
+// call from several threads at once; they hold no state of their own between
+// calls. Paths are byte strings as the kernel sees them (not necessarily UTF-8).
+class FileSystem {
+public:
+    virtual ~FileSystem() = default;
+
+    // --- Metadata -----------------------------------------------------------
+    // stat(2), following links. Absent when nothing is there (ENOENT, ENOTDIR).
+    virtual std::optional<FileStatus> status(const std::string& path) = 0;
+    // lstat(2): a link is described as itself. Absent when nothing is there.
+    virtual std::optional<FileStatus> linkStatus(const std::string& path) = 0;
+    virtual FileStatus status(int fd) = 0;
+    // The entries of a directory, without "." and "..", in no particular order.
+    virtual std::vector<DirectoryEntry> listDirectory(const std::string& path) = 0;
+    virtual std::string readLink(const std::string& path) = 0;
+    // realpath(3): the absolute path with every link resolved.
+    virtual std::string resolvedPath(const std::string& path) = 0;
+
+    // --- Descriptors --------------------------------------------------------
+    // O_RDONLY, never following a final link (ELOOP for a link).
+    virtual UniqueFd openForReading(const std::string& path) = 0;
+    // O_WRONLY | O_CREAT | O_EXCL: EEXIST when anything is there already.
+    virtual UniqueFd createExclusive(const std::string& path, mode_t mode) = 0;
+    // Reads up to `size` bytes; 0 at the end of the file. Retries EINTR.
+    virtual std::size_t read(int fd, void* buffer, std::size_t size) = 0;
+    virtual void writeAll(int fd, const void* data, std::size_t size) = 0;
+    virtual void syncFile(int fd) = 0;
+    virtual void syncDirectory(const std::string& path) = 0;
+    // ioctl(FICLONE): share the source's blocks. Throws with the kernel's errno
+    // (EOPNOTSUPP, EXDEV, EINVAL... when the file system cannot clone).
+    virtual void cloneFile(int source, int destination, const std::string& destinationPath) = 0;
+    // Copies the whole source into the destination (copy_file_range, then
+    // read/write where the kernel cannot). Returns the bytes copied.
+    virtual std::uint64_t copyContents(int source, int destination, const std::string& destinationPath) = 0;
+    // flock(LOCK_SH | LOCK_NB): false when another process holds it exclusively.
+    virtual bool tryLockShared(int fd) = 0;
+
+    // --- Attributes ---------------------------------------------------------
+    virtual void setMode(int fd, mode_t mode) = 0;
+    virtual void setTimes(int fd, const timespec& accessed, const timespec& modified) = 0;
+    virtual void setLinkTimes(const std::string& path, const timespec& accessed, const timespec& modified) = 0;
+    virtual std::vector<std::string> attributeNames(int fd) = 0;
+    virtual std::optional<std::string> attribute(int fd, const std::string& name) = 0;
+    virtual void setAttribute(int fd, const std::string& name, std::string_view value) = 0;
+    // lgetxattr(2) of a path, not following a link. Absent when the attribute is not set.
+    virtual std::optional<std::string> linkAttribute(const std::string& path, const std::string& name) = 0;
+
+    // --- Names --------------------------------------------------------------
+    // mkdir(2). Returns false, without throwing, when something already exists there.
+    virtual bool makeDirectory(const std::string& path, mode_t mode) = 0;
+    virtual void makeSymlink(const std::string& target, const std::string& path) = 0;
+    virtual void rename(const std::string& from, const std::string& to) = 0;
+    // renameat2(RENAME_EXCHANGE): swaps two existing items atomically.
+    virtual void exchange(const std::string& first, const std::string& second) = 0;
+    virtual void removeFile(const std::string& path) = 0;
+    virtual void removeDirectory(const std::string& path) = 0;
+};
+
+// Helpers built only from the interface above, so an injected fault reaches them too.
+
+// mkdir -p. Existing directories are fine; anything else in the way throws ENOTDIR.
+void makeDirectories(FileSystem& fileSystem, const std::string& path, mode_t mode = 0755);
+// rm -rf without following links. Nothing at the path is not an error.
+void removeAll(FileSystem& fileSystem, const std::string& path);
+
+}  // namespace vosklin

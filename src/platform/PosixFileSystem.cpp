@@ -1,0 +1,303 @@
+#include "platform/PosixFileSystem.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <linux/fs.h>
+#include <stdio.h>
+#include <sys/file.h>
+#include <sys/ioctl.h>
+#include <sys/stat.h>
+#include <sys/xattr.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <climits>
+#include <cstdlib>
+#include <memory>
+
+#include "platform/FileSystemError.h"
+
+namespace vosklin {
+namespace {
+
+[[noreturn]] void fail(const char* operation, const std::string& path) {
+    throw FileSystemError(errno, operation, path);
+}
+
+std::string describeFd(int fd) { return "(descriptor " + std::to_string(fd) + ")"; }
+
+FileStatus fromStat(const struct stat& st) {
+    FileStatus status;
+    if (S_ISREG(st.st_mode)) status.type = FileType::regular;
+    else if (S_ISDIR(st.st_mode)) status.type = FileType::directory;
+    else if (S_ISLNK(st.st_mode)) status.type = FileType::symlink;
+    else status.type = FileType::other;
+    status.size = st.st_size;
+    status.mode = st.st_mode & 07777;
+    status.inode = st.st_ino;
+    status.device = st.st_dev;
+    status.accessed = st.st_atim;
+    status.modified = st.st_mtim;
+    return status;
+}
+
+bool isAbsent(int error) { return error == ENOENT || error == ENOTDIR; }
+
+}  // namespace
+
+std::optional<FileStatus> PosixFileSystem::status(const std::string& path) {
+    struct stat st {};
+    if (::stat(path.c_str(), &st) != 0) {
+        if (isAbsent(errno)) return std::nullopt;
+        fail("stat", path);
+    }
+    return fromStat(st);
+}
+
+std::optional<FileStatus> PosixFileSystem::linkStatus(const std::string& path) {
+    struct stat st {};
+    if (::lstat(path.c_str(), &st) != 0) {
+        if (isAbsent(errno)) return std::nullopt;
+        fail("lstat", path);
+    }
+    return fromStat(st);
+}
+
+FileStatus PosixFileSystem::status(int fd) {
+    struct stat st {};
+    if (::fstat(fd, &st) != 0) fail("fstat", describeFd(fd));
+    return fromStat(st);
+}
+
+std::vector<DirectoryEntry> PosixFileSystem::listDirectory(const std::string& path) {
+    std::unique_ptr<DIR, int (*)(DIR*)> directory(::opendir(path.c_str()), ::closedir);
+    if (!directory) fail("opendir", path);
+    std::vector<DirectoryEntry> entries;
+    errno = 0;
+    while (dirent* entry = ::readdir(directory.get())) {
+        std::string name = entry->d_name;
+        if (name == "." || name == "..") continue;
+        FileType type = FileType::other;
+        switch (entry->d_type) {
+            case DT_REG: type = FileType::regular; break;
+            case DT_DIR: type = FileType::directory; break;
+            case DT_LNK: type = FileType::symlink; break;
+            default: break;
+        }
+        entries.push_back({std::move(name), type});
+        errno = 0;
+    }
+    if (errno != 0) fail("readdir", path);
+    return entries;
+}
+
+std::string PosixFileSystem::readLink(const std::string& path) {
+    std::string target(PATH_MAX, '\0');
+    ssize_t length = ::readlink(path.c_str(), target.data(), target.size());
+    if (length < 0) fail("readlink", path);
+    target.resize(std::size_t(length));
+    return target;
+}
+
+std::string PosixFileSystem::resolvedPath(const std::string& path) {
+    std::unique_ptr<char, void (*)(void*)> resolved(::realpath(path.c_str(), nullptr), std::free);
+    if (!resolved) fail("realpath", path);
+    return resolved.get();
+}
+
+UniqueFd PosixFileSystem::openForReading(const std::string& path) {
+    int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW);
+    if (fd < 0) fail("open", path);
+    return UniqueFd(fd);
+}
+
+UniqueFd PosixFileSystem::createExclusive(const std::string& path, mode_t mode) {
+    int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, mode);
+    if (fd < 0) fail("create", path);
+    return UniqueFd(fd);
+}
+
+std::size_t PosixFileSystem::read(int fd, void* buffer, std::size_t size) {
+    for (;;) {
+        ssize_t count = ::read(fd, buffer, size);
+        if (count >= 0) return std::size_t(count);
+        if (errno != EINTR) fail("read", describeFd(fd));
+    }
+}
+
+void PosixFileSystem::writeAll(int fd, const void* data, std::size_t size) {
+    auto bytes = static_cast<const char*>(data);
+    while (size > 0) {
+        ssize_t count = ::write(fd, bytes, size);
+        if (count < 0) {
+            if (errno == EINTR) continue;
+            fail("write", describeFd(fd));
+        }
+        bytes += count;
+        size -= std::size_t(count);
+    }
+}
+
+void PosixFileSystem::syncFile(int fd) {
+    if (::fsync(fd) != 0) fail("fsync", describeFd(fd));
+}
+
+void PosixFileSystem::syncDirectory(const std::string& path) {
+    int fd = ::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (fd < 0) fail("open", path);
+    UniqueFd directory(fd);
+    if (::fsync(directory.get()) != 0) fail("fsync", path);
+}
+
+void PosixFileSystem::cloneFile(int source, int destination, const std::string& destinationPath) {
+    if (::ioctl(destination, FICLONE, source) != 0) fail("clone", destinationPath);
+}
+
+std::uint64_t PosixFileSystem::copyContents(int source, int destination, const std::string& destinationPath) {
+    std::uint64_t copied = 0;
+    bool useCopyRange = true;
+    for (;;) {
+        if (useCopyRange) {
+            ssize_t count = ::copy_file_range(source, nullptr, destination, nullptr, 1 << 30, 0);
+            if (count > 0) {
+                copied += std::uint64_t(count);
+                continue;
+            }
+            if (count == 0) return copied;
+            if (errno == EINTR) continue;
+            // Kernels and file systems that cannot do it in-kernel say so; copy by hand.
+            if (errno == EXDEV || errno == ENOSYS || errno == EOPNOTSUPP || errno == EINVAL) {
+                useCopyRange = false;
+                continue;
+            }
+            fail("copy", destinationPath);
+        }
+        static constexpr std::size_t chunk = 1 << 20;
+        std::unique_ptr<char[]> buffer(new char[chunk]);
+        for (;;) {
+            std::size_t count = read(source, buffer.get(), chunk);
+            if (count == 0) return copied;
+            writeAll(destination, buffer.get(), count);
+            copied += count;
+        }
+    }
+}
+
+bool PosixFileSystem::tryLockShared(int fd) {
+    for (;;) {
+        if (::flock(fd, LOCK_SH | LOCK_NB) == 0) return true;
+        if (errno == EINTR) continue;
+        if (errno == EWOULDBLOCK) return false;
+        fail("flock", describeFd(fd));
+    }
+}
+
+void PosixFileSystem::setMode(int fd, mode_t mode) {
+    if (::fchmod(fd, mode) != 0) fail("chmod", describeFd(fd));
+}
+
+void PosixFileSystem::setTimes(int fd, const timespec& accessed, const timespec& modified) {
+    const timespec times[2] = {accessed, modified};
+    if (::futimens(fd, times) != 0) fail("utimens", describeFd(fd));
+}
+
+void PosixFileSystem::setLinkTimes(const std::string& path, const timespec& accessed, const timespec& modified) {
+    const timespec times[2] = {accessed, modified};
+    if (::utimensat(AT_FDCWD, path.c_str(), times, AT_SYMLINK_NOFOLLOW) != 0) fail("utimensat", path);
+}
+
+std::vector<std::string> PosixFileSystem::attributeNames(int fd) {
+    for (;;) {
+        ssize_t size = ::flistxattr(fd, nullptr, 0);
+        if (size < 0) {
+            if (errno == ENOTSUP) return {};
+            fail("listxattr", describeFd(fd));
+        }
+        std::string buffer(std::size_t(size), '\0');
+        ssize_t got = ::flistxattr(fd, buffer.data(), buffer.size());
+        if (got < 0) {
+            if (errno == ERANGE) continue;  // the list grew between the two calls
+            fail("listxattr", describeFd(fd));
+        }
+        std::vector<std::string> names;
+        std::size_t start = 0;
+        while (start < std::size_t(got)) {
+            std::size_t end = buffer.find('\0', start);
+            if (end == std::string::npos || end > std::size_t(got)) end = std::size_t(got);
+            if (end > start) names.push_back(buffer.substr(start, end - start));
+            start = end + 1;
+        }
+        return names;
+    }
+}
+
+std::optional<std::string> PosixFileSystem::attribute(int fd, const std::string& name) {
+    for (;;) {
+        ssize_t size = ::fgetxattr(fd, name.c_str(), nullptr, 0);
+        if (size < 0) {
+            if (errno == ENODATA || errno == ENOTSUP) return std::nullopt;
+            fail("getxattr", describeFd(fd));
+        }
+        std::string value(std::size_t(size), '\0');
+        ssize_t got = ::fgetxattr(fd, name.c_str(), value.data(), value.size());
+        if (got < 0) {
+            if (errno == ERANGE) continue;
+            if (errno == ENODATA) return std::nullopt;
+            fail("getxattr", describeFd(fd));
+        }
+        value.resize(std::size_t(got));
+        return value;
+    }
+}
+
+void PosixFileSystem::setAttribute(int fd, const std::string& name, std::string_view value) {
+    if (::fsetxattr(fd, name.c_str(), value.data(), value.size(), 0) != 0) fail("setxattr", describeFd(fd));
+}
+
+std::optional<std::string> PosixFileSystem::linkAttribute(const std::string& path, const std::string& name) {
+    for (;;) {
+        ssize_t size = ::lgetxattr(path.c_str(), name.c_str(), nullptr, 0);
+        if (size < 0) {
+            if (errno == ENODATA || errno == ENOTSUP || isAbsent(errno)) return std::nullopt;
+            fail("lgetxattr", path);
+        }
+        std::string value(std::size_t(size), '\0');
+        ssize_t got = ::lgetxattr(path.c_str(), name.c_str(), value.data(), value.size());
+        if (got < 0) {
+            if (errno == ERANGE) continue;
+            if (errno == ENODATA || isAbsent(errno)) return std::nullopt;
+            fail("lgetxattr", path);
+        }
+        value.resize(std::size_t(got));
+        return value;
+    }
+}
+
+bool PosixFileSystem::makeDirectory(const std::string& path, mode_t mode) {
+    if (::mkdir(path.c_str(), mode) == 0) return true;
+    if (errno == EEXIST) return false;
+    fail("mkdir", path);
+}
+
+void PosixFileSystem::makeSymlink(const std::string& target, const std::string& path) {
+    if (::symlink(target.c_str(), path.c_str()) != 0) fail("symlink", path);
+}
+
+void PosixFileSystem::rename(const std::string& from, const std::string& to) {
+    if (::rename(from.c_str(), to.c_str()) != 0) fail("rename", from + " -> " + to);
+}
+
+void PosixFileSystem::exchange(const std::string& first, const std::string& second) {
+    if (::renameat2(AT_FDCWD, first.c_str(), AT_FDCWD, second.c_str(), RENAME_EXCHANGE) != 0)
+        fail("exchange", first + " <-> " + second);
+}
+
+void PosixFileSystem::removeFile(const std::string& path) {
+    if (::unlink(path.c_str()) != 0) fail("unlink", path);
+}
+
+void PosixFileSystem::removeDirectory(const std::string& path) {
+    if (::rmdir(path.c_str()) != 0) fail("rmdir", path);
+}
+
+}  // namespace vosklin

@@ -1,0 +1,130 @@
+#include "store/PayloadCloner.h"
+
+#include <cerrno>
+#include <chrono>
+
+#include "platform/FileSystemError.h"
+#include "platform/PathNames.h"
+#include "store/CloneError.h"
+#include "store/ReadCoordinator.h"
+
+namespace vosklin {
+namespace {
+
+// The answers by which a file system says it cannot share blocks here.
+bool cloneRefused(int error) {
+    return error == EOPNOTSUPP || error == ENOTTY || error == EXDEV || error == EINVAL || error == ETXTBSY ||
+           error == ENOSYS || error == EPERM;
+}
+
+// Attributes a copy may legitimately fail to carry (a file system without
+// them, or a namespace only the kernel or root may write).
+bool attributeRefused(int error) { return error == ENOTSUP || error == EPERM || error == EACCES || error == E2BIG; }
+
+double monotonicSeconds() {
+    using namespace std::chrono;
+    return duration<double>(steady_clock::now().time_since_epoch()).count();
+}
+
+}  // namespace
+
+PayloadCloner::PayloadCloner(FileSystem& fileSystem, Clock& clock, Logger& logger)
+    : fileSystem_(fileSystem), clock_(clock), logger_(logger) {}
+
+CloneOutcome PayloadCloner::clone(const std::string& source, const std::string& destination) {
+    auto sourceStatus = fileSystem_.linkStatus(source);
+    if (!sourceStatus) throw CloneError::sourceMissing(source);
+    ReadCoordinator coordinator(fileSystem_, clock_, logger_);
+    try {
+        const double start = monotonicSeconds();
+        CloneOutcome outcome;
+        if (sourceStatus->isDirectory()) {
+            if (!fileSystem_.makeDirectory(destination, 0700)) throw CloneError::destinationExists(destination);
+            copyDirectory(source, destination, sourceStatus->device, coordinator);
+            outcome.method = CloneMethod::unknown;
+        } else {
+            outcome.method = copyFile(source, destination, coordinator) ? CloneMethod::cloned : CloneMethod::copied;
+        }
+        outcome.elapsed = monotonicSeconds() - start;
+        return outcome;
+    } catch (const FileSystemError& error) {
+        if (error.errorNumber() == EEXIST && error.path() == destination) throw CloneError::destinationExists(destination);
+        // The destination did not exist before this call, so whatever is there now is ours.
+        try {
+            removeAll(fileSystem_, destination);
+        } catch (const FileSystemError&) {
+            // The copy's own failure is the one to report.
+        }
+        throw CloneError::failed(error.errorNumber(), source);
+    }
+}
+
+bool PayloadCloner::copyFile(const std::string& source, const std::string& destination,
+                             ReadCoordinator& coordinator) {
+    UniqueFd input = fileSystem_.openForReading(source);
+    coordinator.coordinate(input.get());
+    const FileStatus status = fileSystem_.status(input.get());
+    UniqueFd output = fileSystem_.createExclusive(destination, 0600);
+    bool cloned = true;
+    try {
+        fileSystem_.cloneFile(input.get(), output.get(), destination);
+    } catch (const FileSystemError& error) {
+        if (!cloneRefused(error.errorNumber())) throw;
+        cloned = false;
+        fileSystem_.copyContents(input.get(), output.get(), destination);
+    }
+    copyAttributes(input.get(), output.get());
+    fileSystem_.setMode(output.get(), status.mode);
+    fileSystem_.setTimes(output.get(), status.accessed, status.modified);
+    fileSystem_.syncFile(output.get());
+    return cloned;
+}
+
+void PayloadCloner::copyDirectory(const std::string& source, const std::string& destination, dev_t device,
+                                  ReadCoordinator& coordinator) {
+    for (const auto& entry : fileSystem_.listDirectory(source)) {
+        const std::string from = joinPath(source, entry.name);
+        const std::string to = joinPath(destination, entry.name);
+        auto status = fileSystem_.linkStatus(from);
+        if (!status) continue;                      // gone since the listing
+        if (status->device != device) continue;     // never cross into another file system
+        if (status->isDirectory()) {
+            fileSystem_.makeDirectory(to, 0700);
+            copyDirectory(from, to, device, coordinator);
+            UniqueFd input = fileSystem_.openForReading(from);
+            UniqueFd output = fileSystem_.openForReading(to);
+            copyAttributes(input.get(), output.get());
+            fileSystem_.setMode(output.get(), status->mode);
+            fileSystem_.setTimes(output.get(), status->accessed, status->modified);
+        } else if (status->isRegular()) {
+            copyFile(from, to, coordinator);
+        } else if (status->isSymlink()) {
+            fileSystem_.makeSymlink(fileSystem_.readLink(from), to);
+            fileSystem_.setLinkTimes(to, status->accessed, status->modified);
+        }
+        // Sockets, pipes and devices are not document content and are left out.
+    }
+    auto own = fileSystem_.linkStatus(source);
+    UniqueFd input = fileSystem_.openForReading(source);
+    UniqueFd output = fileSystem_.openForReading(destination);
+    copyAttributes(input.get(), output.get());
+    if (own) {
+        fileSystem_.setMode(output.get(), own->mode);
+        fileSystem_.setTimes(output.get(), own->accessed, own->modified);
+    }
+    fileSystem_.syncFile(output.get());
+}
+
+void PayloadCloner::copyAttributes(int source, int destination) {
+    for (const auto& name : fileSystem_.attributeNames(source)) {
+        auto value = fileSystem_.attribute(source, name);
+        if (!value) continue;
+        try {
+            fileSystem_.setAttribute(destination, name, *value);
+        } catch (const FileSystemError& error) {
+            if (!attributeRefused(error.errorNumber())) throw;
+        }
+    }
+}
+
+}  // namespace vosklin

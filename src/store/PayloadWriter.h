@@ -1,0 +1,40 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "store/CloneOutcome.h"
+#include "store/PayloadCloner.h"
+#include "store/PayloadDigest.h"
+#include "store/VersionStoreLayout.h"
+
+namespace vosklin {
+
+struct WrittenPayload {
+    VersionStoreLayout::Slot slot;
+    std::string payloadName;  // the source's last path component
+    std::string payloadPath;
+    CloneOutcome clone;
+    std::string digest;  // of the copy in the store, not of the live source
+};
+
+// Puts one capture's bytes into a new slot: make the slot, clone the source
+// into it under its own name, and hash the copy (so the digest describes
+// exactly the bytes kept, even if the source changed meanwhile).
+//
+// Failure: any error of the clone or the digest removes the whole slot and is
+// rethrown (a failure of that removal is thrown in its place), so no slot
+// without a payload is left behind. Collaborators are borrowed.
+class PayloadWriter {
+public:
+    PayloadWriter(VersionStoreLayout& layout, PayloadCloner& cloner, PayloadDigest& digest);
+
+    WrittenPayload write(std::int64_t fileID, double at, const std::string& source, bool isPackage);
+
+private:
+    VersionStoreLayout& layout_;
+    PayloadCloner& cloner_;
+    PayloadDigest& digest_;
+};
+
+}  // namespace vosklin

@@ -1,0 +1,66 @@
+#include "store/StoreLocator.h"
+
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
+#include <unistd.h>
+
+#include <cstdlib>
+
+#include "platform/PathNames.h"
+#include "store/StoreLocatorError.h"
+
+namespace vosklin {
+
+StoreLocator::StoreLocator(std::string containerRoot, VolumeIdentifier volumeIdentifier)
+    : containerRoot_(std::move(containerRoot)), volumeIdentifier_(std::move(volumeIdentifier)) {}
+
+std::optional<std::string> StoreLocator::processEnvironment(const std::string& name) {
+    const char* value = std::getenv(name.c_str());
+    if (!value || !*value) return std::nullopt;
+    return std::string(value);
+}
+
+StoreLocator StoreLocator::fromEnvironment(const std::optional<std::string>& homeOption,
+                                           const Environment& environment) {
+    auto absolute = [](const std::string& path) {
+        if (!path.empty() && path.front() == '/') return lexicallyNormal(path);
+        char* cwd = ::getcwd(nullptr, 0);
+        std::string base = cwd ? cwd : "/";
+        std::free(cwd);
+        return lexicallyNormal(joinPath(base, path));
+    };
+    if (homeOption && !homeOption->empty()) return StoreLocator(absolute(*homeOption));
+    if (auto home = environment("VOSKLIN_HOME")) return StoreLocator(absolute(*home));
+    if (auto data = environment("XDG_DATA_HOME"); data && !data->empty() && data->front() == '/')
+        return StoreLocator(joinPath(*data, "vosklin"));
+    if (auto home = environment("HOME"); home && !home->empty() && home->front() == '/')
+        return StoreLocator(joinPath(*home, ".local/share/vosklin"));
+    throw StoreLocatorError::containerUnavailable("neither --home, VOSKLIN_HOME, XDG_DATA_HOME nor HOME is set");
+}
+
+std::string StoreLocator::storeRoot() const { return joinPath(containerRoot_, "store"); }
+
+std::optional<std::string> StoreLocator::deviceIdentifier(const std::string& path) {
+    struct stat st {};
+    if (::stat(path.c_str(), &st) != 0) return std::nullopt;
+    return std::to_string(major(st.st_dev)) + ":" + std::to_string(minor(st.st_dev));
+}
+
+std::string StoreLocator::storeRootFor(const std::string& watchedFolder) const {
+    auto folderVolume = volumeIdentifier_(watchedFolder);
+    // The container may not exist yet: its nearest existing ancestor tells the volume.
+    std::string probe = containerRoot_;
+    struct stat st {};
+    while (::lstat(probe.c_str(), &st) != 0) {
+        std::string parent = parentPath(probe);
+        if (parent == probe) break;
+        probe = parent;
+    }
+    auto containerVolume = volumeIdentifier_(probe);
+    if (!folderVolume) throw StoreLocatorError::containerUnavailable("cannot read the volume of " + watchedFolder);
+    if (!containerVolume) throw StoreLocatorError::containerUnavailable("cannot read the volume of " + probe);
+    if (*folderVolume != *containerVolume) throw StoreLocatorError::unsupportedVolume(*folderVolume);
+    return storeRoot();
+}
+
+}  // namespace vosklin
