@@ -1,0 +1,56 @@
+#include <gtest/gtest.h>
+
+#include "platform/Instant.h"
+#include "platform/PathJson.h"
+#include "platform/PathNames.h"
+
+namespace vosklin {
+namespace {
+
+TEST(PathNamesTest, ComponentsParentsAndExtensions) {
+    EXPECT_EQ(joinPath("/a/", "/b"), "/a/b");
+    EXPECT_EQ(parentPath("/a/b/c/"), "/a/b");
+    EXPECT_EQ(parentPath("/a"), "/");
+    EXPECT_EQ(parentPath("a"), ".");
+    EXPECT_EQ(lastComponent("/a/Book.pages/"), "Book.pages");
+    EXPECT_EQ(pathExtension("archive.tar.gz"), "gz");
+    EXPECT_EQ(pathExtension(".bashrc"), "");
+    EXPECT_EQ(pathExtension("dir.d/README"), "");
+    EXPECT_EQ(lexicallyNormal("//home/./ana//docs/"), "/home/ana/docs");
+    std::string relative;
+    EXPECT_TRUE(relativeTo("/home/ana/", "/home/ana/docs/a.txt", relative));
+    EXPECT_EQ(relative, "docs/a.txt");
+    EXPECT_FALSE(relativeTo("/home/ana", "/home/ana", relative)) << "the root itself is not below the root";
+    EXPECT_FALSE(relativeTo("/home/ana", "/home/anabel/x", relative)) << "a shared prefix is not a parent";
+}
+
+TEST(InstantTest, FormatsAndParsesIso8601Utc) {
+    EXPECT_EQ(formatInstantSeconds(1'740'839'525.9), "2025-03-01T14:32:05Z");
+    EXPECT_EQ(formatInstant(1'740'839'525.25), "2025-03-01T14:32:05.25Z");
+    EXPECT_EQ(formatInstant(1'740'839'525), "2025-03-01T14:32:05Z");
+    EXPECT_EQ(parseInstant("2025-03-01T14:32:05Z"), 1'740'839'525.0);
+    EXPECT_EQ(parseInstant("2025-03-01T15:32:05+01:00"), 1'740'839'525.0);
+    EXPECT_DOUBLE_EQ(*parseInstant("2025-03-01T14:32:05.25Z"), 1'740'839'525.25);
+    EXPECT_FALSE(parseInstant("2025-03-01T14:32:05").has_value()) << "no offset: ambiguous";
+    EXPECT_FALSE(parseInstant("2025-13-01T14:32:05Z").has_value());
+    EXPECT_FALSE(parseInstant("yesterday").has_value());
+}
+
+TEST(PathJsonTest, ValidUtf8IsWrittenPlainAndAnythingElseKeepsItsBytes) {
+    nlohmann::json object;
+    putPath(object, "path", "Dokumente/Übersicht.txt");
+    EXPECT_EQ(object.size(), 1u);
+    EXPECT_EQ(getPath(object, "path"), "Dokumente/Übersicht.txt");
+
+    const std::string raw = std::string("a\xff") + "b\xc3";  // a stray byte and a truncated sequence
+    putPath(object, "other", raw);
+    EXPECT_EQ(object["other"], "a\xEF\xBF\xBD" "b\xEF\xBF\xBD");
+    EXPECT_EQ(object["otherBytes"], "61ff62c3");
+    EXPECT_EQ(getPath(nlohmann::json::parse(object.dump()), "other"), raw);
+    EXPECT_FALSE(isValidUtf8("\xed\xa0\x80")) << "an encoded surrogate is not UTF-8";
+    EXPECT_FALSE(isValidUtf8("\xc0\xaf")) << "overlong";
+    EXPECT_TRUE(isValidUtf8("日本 😀"));
+}
+
+}  // namespace
+}  // namespace vosklin

@@ -1,0 +1,200 @@
+#include "store/PayloadCloner.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <sys/xattr.h>
+
+#include <filesystem>
+
+#include "platform/PosixFileSystem.h"
+#include "store/CloneError.h"
+#include "store/PayloadDigest.h"
+#include "support/FaultyFileSystem.h"
+#include "support/ManualClock.h"
+#include "support/RecordingLogger.h"
+#include "support/TempDirectory.h"
+#include "support/XfsImage.h"
+
+namespace vosklin {
+namespace {
+
+using test::FaultyFileSystem;
+using test::readFile;
+using test::TempDirectory;
+using Operation = FaultyFileSystem::Operation;
+
+class PayloadClonerTest : public ::testing::Test {
+protected:
+    TempDirectory directory;
+    FaultyFileSystem fileSystem;
+    test::ManualClock clock;
+    test::RecordingLogger logger;
+    PayloadCloner cloner{fileSystem, clock, logger};
+};
+
+TEST_F(PayloadClonerTest, FileOnExt4IsCopiedWithModeTimesAndAttributes) {
+    const std::string source = directory.write("report.txt", "quarterly numbers");
+    ::chmod(source.c_str(), 0640);
+    const timespec times[2] = {{1'600'000'000, 5}, {1'650'000'000, 123456789}};
+    ::utimensat(AT_FDCWD, source.c_str(), times, 0);
+    const bool attributes = ::setxattr(source.c_str(), "user.xdg.origin.url", "https://example.test/r", 22, 0) == 0;
+
+    const std::string destination = directory / "copy.txt";
+    CloneOutcome outcome = cloner.clone(source, destination);
+    // The temp folder may be on any file system; what matters is the method matches what happened.
+    EXPECT_TRUE(outcome.method == CloneMethod::copied || outcome.method == CloneMethod::cloned);
+    EXPECT_GE(outcome.elapsed, 0);
+    EXPECT_EQ(readFile(destination), "quarterly numbers");
+    struct stat st {};
+    ASSERT_EQ(::stat(destination.c_str(), &st), 0);
+    EXPECT_EQ(st.st_mode & 07777, 0640u);
+    EXPECT_EQ(st.st_mtim.tv_sec, 1'650'000'000);
+    EXPECT_EQ(st.st_mtim.tv_nsec, 123456789);
+    if (attributes) {
+        char value[64] = {};
+        EXPECT_EQ(::getxattr(destination.c_str(), "user.xdg.origin.url", value, sizeof value), 22);
+        EXPECT_STREQ(value, "https://example.test/r");
+    }
+    EXPECT_EQ(fileSystem.count(Operation::syncFile), 1) << "the payload is on disk before it is reported done";
+}
+
+TEST_F(PayloadClonerTest, RefusedCloneFallsBackToACopy) {
+    const std::string source = directory.write("a.bin", std::string(100000, 'a'));
+    fileSystem.fail(Operation::clone, EOPNOTSUPP);
+    EXPECT_EQ(cloner.clone(source, directory / "b.bin").method, CloneMethod::copied);
+    EXPECT_EQ(readFile(directory / "b.bin"), std::string(100000, 'a'));
+    fileSystem.fail(Operation::clone, EXDEV);
+    EXPECT_EQ(cloner.clone(source, directory / "c.bin").method, CloneMethod::copied);
+}
+
+TEST_F(PayloadClonerTest, FailuresLeaveNothingBehindAndCarryTheErrno) {
+    const std::string source = directory.write("a.bin", "data");
+    fileSystem.fail(Operation::clone, EOPNOTSUPP);
+    fileSystem.fail(Operation::copy, ENOSPC);
+    try {
+        cloner.clone(source, directory / "b.bin");
+        FAIL();
+    } catch (const CloneError& error) {
+        EXPECT_EQ(error.kind(), CloneError::Kind::failed);
+        EXPECT_EQ(error.code(), ENOSPC);
+    }
+    EXPECT_FALSE(std::filesystem::exists(directory / "b.bin"));
+
+    fileSystem.fail(Operation::clone, EIO);  // a real I/O error is not a refusal: no silent copy
+    try {
+        cloner.clone(source, directory / "c.bin");
+        FAIL();
+    } catch (const CloneError& error) {
+        EXPECT_EQ(error.code(), EIO);
+    }
+    EXPECT_FALSE(std::filesystem::exists(directory / "c.bin"));
+
+    fileSystem.fail(Operation::syncFile, EIO);
+    EXPECT_THROW(cloner.clone(source, directory / "d.bin"), CloneError);
+    EXPECT_FALSE(std::filesystem::exists(directory / "d.bin"));
+}
+
+TEST_F(PayloadClonerTest, ExistingDestinationIsRefusedAndLeftAlone) {
+    const std::string source = directory.write("a.txt", "new");
+    const std::string destination = directory.write("b.txt", "precious");
+    try {
+        cloner.clone(source, destination);
+        FAIL();
+    } catch (const CloneError& error) {
+        EXPECT_EQ(error.kind(), CloneError::Kind::destinationExists);
+        EXPECT_EQ(error.code(), EEXIST);
+    }
+    EXPECT_EQ(readFile(destination), "precious");
+    std::filesystem::create_directory(directory / "pkg.bundle");
+    std::filesystem::create_directory(directory / "taken.bundle");
+    directory.write("taken.bundle/keep", "k");
+    EXPECT_THROW(cloner.clone(directory / "pkg.bundle", directory / "taken.bundle"), CloneError);
+    EXPECT_EQ(readFile(directory / "taken.bundle/keep"), "k");
+}
+
+TEST_F(PayloadClonerTest, MissingSourceIsSourceMissing) {
+    try {
+        cloner.clone(directory / "nothing-here", directory / "out");
+        FAIL();
+    } catch (const CloneError& error) {
+        EXPECT_EQ(error.kind(), CloneError::Kind::sourceMissing);
+    }
+    EXPECT_FALSE(std::filesystem::exists(directory / "out"));
+}
+
+TEST_F(PayloadClonerTest, PackageIsCopiedRecursivelyWithMethodUnknown) {
+    directory.write("Novel.scriv/Files/Data/1/content.rtf", "{\\rtf1 chapter one}");
+    directory.write("Novel.scriv/Novel.scrivx", "<project/>");
+    std::filesystem::create_directory(directory / "Novel.scriv/Empty");
+    std::filesystem::create_symlink("Novel.scrivx", directory / "Novel.scriv/alias");
+    ::chmod((directory / "Novel.scriv/Files").c_str(), 0750);
+
+    const std::string destination = directory / "slot/Novel.scriv";
+    std::filesystem::create_directory(directory / "slot");
+    EXPECT_EQ(cloner.clone(directory / "Novel.scriv", destination).method, CloneMethod::unknown);
+    EXPECT_EQ(readFile(destination + "/Files/Data/1/content.rtf"), "{\\rtf1 chapter one}");
+    EXPECT_EQ(readFile(destination + "/Novel.scrivx"), "<project/>");
+    EXPECT_TRUE(std::filesystem::is_directory(destination + "/Empty"));
+    EXPECT_TRUE(std::filesystem::is_symlink(destination + "/alias")) << "links are copied as links";
+    EXPECT_EQ(std::filesystem::read_symlink(destination + "/alias"), "Novel.scrivx");
+    struct stat st {};
+    ::stat((destination + "/Files").c_str(), &st);
+    EXPECT_EQ(st.st_mode & 07777, 0750u);
+    PosixFileSystem real;
+    PayloadDigest digest(real);
+    EXPECT_EQ(digest.packageDigest(destination), digest.packageDigest(directory / "Novel.scriv"));
+}
+
+TEST_F(PayloadClonerTest, PackageCopyFailingHalfWayRemovesThePartialCopy) {
+    directory.write("Deck.key/a", "1");
+    directory.write("Deck.key/b/c", "2");
+    fileSystem.fail(Operation::create, ENOSPC, 1, "/c");
+    EXPECT_THROW(cloner.clone(directory / "Deck.key", directory / "out.key"), CloneError);
+    EXPECT_FALSE(std::filesystem::exists(directory / "out.key"));
+}
+
+TEST_F(PayloadClonerTest, ALockedFileIsCopiedAnywayAfterTryingForASecond) {
+    const std::string source = directory.write("locked.txt", "held");
+    int holder = ::open(source.c_str(), O_RDONLY);
+    ASSERT_EQ(::flock(holder, LOCK_EX), 0);
+    const double start = clock.now();
+    EXPECT_NO_THROW(cloner.clone(source, directory / "copy.txt"));
+    ::close(holder);
+    EXPECT_EQ(readFile(directory / "copy.txt"), "held");
+    EXPECT_GE(clock.now() - start, 1.0) << "it kept trying for the whole second";
+    EXPECT_LT(clock.now() - start, 1.1);
+    EXPECT_TRUE(logger.contains("File coordination declined (11); cloning uncoordinated"));
+    EXPECT_GT(fileSystem.count(Operation::lock), 10);
+
+    // Unlocked: no log line, no waiting.
+    const auto logged = logger.messages().size();
+    const double before = clock.now();
+    cloner.clone(source, directory / "copy2.txt");
+    EXPECT_EQ(logger.messages().size(), logged);
+    EXPECT_EQ(clock.now(), before);
+}
+
+TEST(PayloadClonerXfsTest, ReflinkFileSystemRecordsCloned) {
+    std::string whyNot;
+    auto image = test::XfsImage::mount(whyNot);
+    if (!image) GTEST_SKIP() << "no reflink XFS here: " << whyNot;
+    PosixFileSystem fileSystem;
+    test::ManualClock clock;
+    test::RecordingLogger logger;
+    PayloadCloner cloner(fileSystem, clock, logger);
+    const std::string source = image->mountPoint() + "/big.bin";
+    test::writeFile(source, std::string(4 << 20, 'x'));
+    EXPECT_EQ(cloner.clone(source, image->mountPoint() + "/clone.bin").method, CloneMethod::cloned);
+    EXPECT_EQ(readFile(image->mountPoint() + "/clone.bin"), std::string(4 << 20, 'x'));
+    // A package's files are cloned too, though the package's method stays unknown.
+    std::filesystem::create_directories(image->mountPoint() + "/Film.bundle/media");
+    test::writeFile(image->mountPoint() + "/Film.bundle/media/a.mov", "frames");
+    EXPECT_EQ(cloner.clone(image->mountPoint() + "/Film.bundle", image->mountPoint() + "/copy.bundle").method,
+              CloneMethod::unknown);
+    EXPECT_EQ(readFile(image->mountPoint() + "/copy.bundle/media/a.mov"), "frames");
+}
+
+}  // namespace
+}  // namespace vosklin

@@ -1,0 +1,80 @@
+#include "store/StoreLocator.h"
+
+#include <gtest/gtest.h>
+
+#include <map>
+
+#include "store/StoreLocatorError.h"
+#include "support/TempDirectory.h"
+
+namespace vosklin {
+namespace {
+
+using test::TempDirectory;
+
+StoreLocator::Environment environment(std::map<std::string, std::string> values) {
+    return [values](const std::string& name) -> std::optional<std::string> {
+        auto found = values.find(name);
+        if (found == values.end()) return std::nullopt;
+        return found->second;
+    };
+}
+
+TEST(StoreLocatorTest, ContainerComesFromHomeOptionThenEnvironmentThenXdgThenHome) {
+    auto all = environment({{"VOSKLIN_HOME", "/v"}, {"XDG_DATA_HOME", "/xdg"}, {"HOME", "/home/ana"}});
+    EXPECT_EQ(StoreLocator::fromEnvironment(std::string("/opt/h/"), all).containerRoot(), "/opt/h");
+    EXPECT_EQ(StoreLocator::fromEnvironment(std::nullopt, all).containerRoot(), "/v");
+    EXPECT_EQ(StoreLocator::fromEnvironment(std::nullopt, environment({{"XDG_DATA_HOME", "/xdg"}, {"HOME", "/h"}}))
+                  .containerRoot(),
+              "/xdg/vosklin");
+    // A relative XDG_DATA_HOME is invalid and ignored, as the base-directory rules say.
+    EXPECT_EQ(StoreLocator::fromEnvironment(std::nullopt, environment({{"XDG_DATA_HOME", "rel"}, {"HOME", "/h"}}))
+                  .containerRoot(),
+              "/h/.local/share/vosklin");
+    EXPECT_EQ(StoreLocator::fromEnvironment(std::nullopt, environment({{"HOME", "/h"}})).storeRoot(),
+              "/h/.local/share/vosklin/store");
+    try {
+        StoreLocator::fromEnvironment(std::nullopt, environment({}));
+        FAIL();
+    } catch (const StoreLocatorError& error) {
+        EXPECT_EQ(error.kind(), StoreLocatorError::Kind::containerUnavailable);
+    }
+}
+
+TEST(StoreLocatorTest, FolderOnTheStoresVolumeIsAcceptedEvenBeforeTheContainerExists) {
+    TempDirectory directory;
+    StoreLocator locator(directory / "not/yet/made");
+    EXPECT_EQ(locator.storeRootFor(directory.path()), directory / "not/yet/made/store");
+}
+
+TEST(StoreLocatorTest, FolderOnAnotherVolumeIsRefusedNamingItsVolume) {
+    StoreLocator locator("/container", [](const std::string& path) -> std::optional<std::string> {
+        if (path.rfind("/media/usb", 0) == 0) return std::string("8:33");
+        return std::string("259:2");
+    });
+    EXPECT_EQ(locator.storeRootFor("/home/ana/Documents"), "/container/store");
+    try {
+        locator.storeRootFor("/media/usb/Photos");
+        FAIL();
+    } catch (const StoreLocatorError& error) {
+        EXPECT_EQ(error.kind(), StoreLocatorError::Kind::unsupportedVolume);
+        EXPECT_EQ(error.identifier(), "8:33");
+    }
+    StoreLocator blind("/container", [](const std::string&) { return std::optional<std::string>(); });
+    try {
+        blind.storeRootFor("/home/ana");
+        FAIL();
+    } catch (const StoreLocatorError& error) {
+        EXPECT_EQ(error.kind(), StoreLocatorError::Kind::containerUnavailable);
+    }
+}
+
+TEST(StoreLocatorTest, DeviceIdentifierIsMajorColonMinor) {
+    auto identifier = StoreLocator::deviceIdentifier("/");
+    ASSERT_TRUE(identifier.has_value());
+    EXPECT_NE(identifier->find(':'), std::string::npos);
+    EXPECT_FALSE(StoreLocator::deviceIdentifier("/no/such/path").has_value());
+}
+
+}  // namespace
+}  // namespace vosklin

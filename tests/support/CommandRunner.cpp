@@ -1,0 +1,48 @@
+#include "support/CommandRunner.h"
+
+#include <fcntl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <stdexcept>
+
+#include "support/TempDirectory.h"
+
+namespace vosklin::test {
+
+CommandResult runVosklin(const std::vector<std::string>& arguments,
+                         const std::map<std::string, std::string>& environment) {
+    TempDirectory capture;
+    const std::string outPath = capture / "out", errPath = capture / "err";
+    pid_t child = ::fork();
+    if (child < 0) throw std::runtime_error("fork failed");
+    if (child == 0) {
+        int out = ::open(outPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+        int err = ::open(errPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+        int in = ::open("/dev/null", O_RDONLY);
+        ::dup2(out, 1);
+        ::dup2(err, 2);
+        ::dup2(in, 0);
+        ::unsetenv("VOSKLIN_HOME");
+        for (const auto& [name, value] : environment) ::setenv(name.c_str(), value.c_str(), 1);
+        std::vector<char*> argv;
+        std::string binary = VOSKLIN_BINARY;
+        argv.push_back(binary.data());
+        std::vector<std::string> copies = arguments;
+        for (auto& argument : copies) argv.push_back(argument.data());
+        argv.push_back(nullptr);
+        ::execv(binary.c_str(), argv.data());
+        ::_exit(127);
+    }
+    int status = 0;
+    while (::waitpid(child, &status, 0) < 0) {
+    }
+    CommandResult result;
+    result.exitStatus = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+    result.out = readFile(outPath);
+    result.err = readFile(errPath);
+    return result;
+}
+
+}  // namespace vosklin::test
