@@ -4,11 +4,14 @@
 #include <optional>
 #include <string>
 
+#include "app/AppContext.h"
+#include "app/CommandError.h"
+#include "app/FolderCommand.h"
+#include "app/ScanCommand.h"
 #include "app/StatusCommand.h"
+#include "app/VersionsCommand.h"
 #include "app/VosklinVersion.h"
-#include "platform/PosixFileSystem.h"
-#include "store/StoreLocator.h"
-#include "store/StoreLocatorError.h"
+#include "catalog/CatalogError.h"
 
 namespace vosklin {
 
@@ -19,7 +22,8 @@ int CommandLine::run(int argc, char** argv) {
         "Vosklin keeps a local version history of the folders you choose.\n"
         "Every time a file in a watched folder settles after a change, Vosklin keeps a\n"
         "copy of it (a reflink clone where the file system allows), so you can look back,\n"
-        "compare and restore.",
+        "compare and restore.\n\n"
+        "Start with:  vosklin folder add ~/Documents   then   vosklin scan ~/Documents",
         "vosklin"};
     app.require_subcommand(1);
     app.fallthrough();  // global options such as --home may also follow the subcommand
@@ -31,11 +35,59 @@ int CommandLine::run(int argc, char** argv) {
                    "The environment variable VOSKLIN_HOME does the same.")
         ->option_text("DIR");
 
-    bool statusJson = false;
-    auto status = app.add_subcommand("status", "Show where the store is and how much history it holds");
-    status->add_flag("--json", statusJson, "Print the report as JSON");
+    bool json = false;
+    auto addJson = [&](CLI::App* command) { command->add_flag("--json", json, "Print the result as JSON"); };
+
+    auto status = app.add_subcommand("status", "Show the store, the watched folders and how much history they hold");
+    addJson(status);
     status->footer("Exit status is 1 when the store exists but cannot be used (for example when a newer\n"
                    "Vosklin wrote it).");
+
+    auto folder = app.add_subcommand("folder", "Add, list, pause or remove watched folders");
+    folder->require_subcommand(1);
+    std::string folderPath, folderName, modeName, budgetText;
+    bool manual = false, forget = false;
+    auto folderAdd = folder->add_subcommand("add", "Start watching a folder");
+    folderAdd->add_option("PATH", folderPath, "The folder to watch")->required();
+    folderAdd->add_flag("--manual", manual, "Keep versions only when you take a snapshot, not on every change");
+    addJson(folderAdd);
+    folderAdd->footer("Refused: system locations, your whole home folder, Vosklin's own data, a folder inside\n"
+                      "or around one already watched, and a folder on another file system than the store.");
+    auto folderList = folder->add_subcommand("list", "List the watched folders");
+    addJson(folderList);
+    auto folderRemove = folder->add_subcommand("remove", "Stop watching a folder (its history is kept)");
+    folderRemove->add_option("FOLDER", folderName, "The folder's path or id")->required();
+    folderRemove->add_flag("--forget-history", forget, "Also delete every version kept of it");
+    auto folderPause = folder->add_subcommand("pause", "Stop recording a folder for now");
+    folderPause->add_option("FOLDER", folderName, "The folder's path or id")->required();
+    auto folderResume = folder->add_subcommand("resume", "Record a paused folder again");
+    folderResume->add_option("FOLDER", folderName, "The folder's path or id")->required();
+    auto folderMode = folder->add_subcommand("mode", "Record every change (automatic) or only snapshots (manual)");
+    folderMode->add_option("FOLDER", folderName, "The folder's path or id")->required();
+    folderMode->add_option("MODE", modeName, "automatic or manual")->required();
+    auto folderBudget = folder->add_subcommand("budget", "Limit how much history a folder may keep");
+    folderBudget->add_option("FOLDER", folderName, "The folder's path or id")->required();
+    folderBudget->add_option("BUDGET", budgetText, "automatic, unlimited, or a size such as 20GB")->required();
+
+    auto scan = app.add_subcommand("scan", "Compare a folder with its history now and keep what changed");
+    scan->add_option("FOLDER", folderName, "The folder's path or id")->required();
+    addJson(scan);
+    scan->footer("The first scan of a folder keeps every file (the baseline). Ctrl-C stops between two\n"
+                 "files and keeps what was done.");
+    auto snapshot = app.add_subcommand("snapshot", "Keep a version of every file of a folder now, as one batch");
+    snapshot->add_option("FOLDER", folderName, "The folder's path or id")->required();
+    addJson(snapshot);
+
+    std::string versionPath, versionID;
+    std::optional<std::string> output;
+    auto versions = app.add_subcommand("versions", "List the versions kept of a file, newest first");
+    versions->add_option("PATH", versionPath, "The file (it may have been deleted since)")->required();
+    addJson(versions);
+    auto cat = app.add_subcommand("cat", "Write out the contents of one version");
+    cat->add_option("VERSION", versionID, "The version number, as 'vosklin versions' shows it")->required();
+    cat->add_option("-o,--output", output, "Write to FILE (or DIRECTORY for a package) instead of standard output")
+        ->option_text("FILE");
+    cat->footer("An existing FILE is never overwritten.");
 
     try {
         app.parse(argc, argv);
@@ -47,7 +99,7 @@ int CommandLine::run(int argc, char** argv) {
         return app.exit(e, out_, err_);
     } catch (const CLI::ParseError& e) {
         auto extras = app.remaining();
-        if (!app.get_subcommands().size() && !extras.empty())
+        if (app.get_subcommands().empty() && !extras.empty())
             err_ << "vosklin: unknown command '" << extras.front() << "'\n";
         else
             err_ << "vosklin: " << e.what() << "\n";
@@ -56,9 +108,31 @@ int CommandLine::run(int argc, char** argv) {
     }
 
     try {
-        PosixFileSystem fileSystem;
-        StoreLocator locator = StoreLocator::fromEnvironment(home);
-        if (status->parsed()) return StatusCommand(locator, fileSystem).run(statusJson, out_, err_);
+        SystemLogger logger(LogLevel::error);
+        AppContext context(home, logger);
+        if (status->parsed()) return StatusCommand(context).run(json, out_, err_);
+        FolderCommand folders(context, out_);
+        if (folderAdd->parsed()) return folders.add(folderPath, manual, json);
+        if (folderList->parsed()) return folders.list(json);
+        if (folderRemove->parsed()) return folders.remove(folderName, forget);
+        if (folderPause->parsed()) return folders.setPaused(folderName, true);
+        if (folderResume->parsed()) return folders.setPaused(folderName, false);
+        if (folderMode->parsed()) return folders.setMode(folderName, modeName);
+        if (folderBudget->parsed()) return folders.setBudget(folderName, budgetText);
+        ScanCommand scans(context, out_, err_);
+        if (scan->parsed()) return scans.scan(folderName, json);
+        if (snapshot->parsed()) return scans.snapshot(folderName, json);
+        VersionsCommand history(context, out_);
+        if (versions->parsed()) return history.versions(versionPath, json);
+        if (cat->parsed()) return history.cat(versionID, output);
+    } catch (const CatalogError& error) {
+        if (error.kind() == CatalogError::Kind::storeIsNewerThanTheApp) {
+            err_ << "vosklin: the store was written by a newer Vosklin (schema " << error.storeVersion()
+                 << "; this Vosklin reads up to " << error.appVersion() << "). Update Vosklin to use it.\n";
+            return 1;
+        }
+        err_ << "vosklin: " << error.what() << "\n";
+        return 1;
     } catch (const std::exception& error) {
         err_ << "vosklin: " << error.what() << "\n";
         return 1;

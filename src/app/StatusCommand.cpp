@@ -3,13 +3,14 @@
 #include <nlohmann/json.hpp>
 
 #include "app/ByteCount.h"
+#include "app/JsonRecords.h"
 #include "app/VosklinVersion.h"
 #include "catalog/CatalogError.h"
 #include "catalog/CatalogMigrations.h"
 #include "catalog/DatabaseError.h"
 #include "catalog/VersionCatalog.h"
 #include "platform/PathJson.h"
-#include "store/VersionStoreLayout.h"
+#include "bridge/FolderAccess.h"
 
 namespace vosklin {
 namespace {
@@ -26,21 +27,39 @@ const char* stateName(StatusReport::StoreState state) {
 
 }  // namespace
 
-StatusCommand::StatusCommand(const StoreLocator& locator, FileSystem& fileSystem)
-    : locator_(locator), fileSystem_(fileSystem) {}
+StatusCommand::StatusCommand(AppContext& context) : context_(context) {}
 
 StatusReport StatusCommand::gather() {
     StatusReport report;
-    report.containerRoot = locator_.containerRoot();
-    report.storeRoot = locator_.storeRoot();
+    report.containerRoot = context_.locator().containerRoot();
+    report.storeRoot = context_.locator().storeRoot();
     report.supportedSchemaVersion = CatalogMigrations::currentVersion;
-    VersionStoreLayout layout(report.storeRoot, fileSystem_);
-    if (!fileSystem_.status(layout.databasePath())) {
+    std::vector<WatchedFolder> folders;
+    try {
+        folders = context_.folders().folders();
+    } catch (const std::exception& error) {
+        report.foldersProblem = error.what();
+    }
+    FolderAccess access(context_.fileSystem());
+    for (const auto& folder : folders) {
+        StatusReport::Folder entry;
+        entry.folder = folder;
+        auto reach = access.check(folder);
+        entry.reachable = reach.reachable;
+        entry.unreachableReason = reach.reason;
+        report.folders.push_back(entry);
+    }
+    if (!context_.storeExists()) {
         report.storeState = StatusReport::StoreState::absent;
         return report;
     }
     try {
-        VersionCatalog catalog(layout.databasePath());
+        VersionCatalog& catalog = context_.catalog();
+        for (auto& entry : report.folders) {
+            entry.files = std::int64_t(catalog.files(entry.folder.id, true).size());
+            entry.versions = catalog.folderVersionCount(entry.folder.id);
+            entry.logicalBytes = catalog.folderBytes(entry.folder.id);
+        }
         report.schemaVersion = catalog.schemaVersion();
         CatalogTotals totals = catalog.totals();
         report.files = totals.files;
@@ -77,6 +96,17 @@ int StatusCommand::run(bool json, std::ostream& out, std::ostream& err) {
         object["versions"] = report.versions;
         object["logicalBytes"] = report.logicalBytes;
         if (!report.detail.empty()) object["detail"] = report.detail;
+        object["folders"] = nlohmann::json::array();
+        for (const auto& entry : report.folders) {
+            auto folder = toJson(entry.folder);
+            folder["reachable"] = entry.reachable;
+            if (!entry.reachable) folder["unreachableReason"] = entry.unreachableReason;
+            folder["files"] = entry.files;
+            folder["versions"] = entry.versions;
+            folder["logicalBytes"] = entry.logicalBytes;
+            object["folders"].push_back(folder);
+        }
+        if (!report.foldersProblem.empty()) object["foldersProblem"] = report.foldersProblem;
         out << object.dump(2) << "\n";
     } else {
         out << "Vosklin " << vosklinVersion << "\n";
@@ -99,7 +129,18 @@ int StatusCommand::run(bool json, std::ostream& out, std::ostream& err) {
                 out << " (unavailable)\n";
                 break;
         }
+        if (report.folders.empty() && report.foldersProblem.empty())
+            out << "Folders:   none watched ('vosklin folder add PATH' adds one)\n";
+        for (const auto& entry : report.folders) {
+            out << "Folder:    " << displayableUtf8(entry.folder.path) << "\n           ";
+            if (!entry.reachable) out << "unreachable: " << entry.unreachableReason;
+            else if (entry.folder.isPaused) out << "paused";
+            else out << toString(entry.folder.mode);
+            out << "; " << entry.files << " files, " << entry.versions << " versions, "
+                << formatByteCount(entry.logicalBytes) << "\n";
+        }
     }
+    if (!report.foldersProblem.empty()) err << "vosklin: " << report.foldersProblem << "\n";
     if (report.storeState == StatusReport::StoreState::newer) {
         err << "vosklin: the store was written by a newer Vosklin (schema " << *report.schemaVersion
             << "; this Vosklin reads up to " << report.supportedSchemaVersion

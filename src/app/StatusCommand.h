@@ -5,8 +5,10 @@
 #include <ostream>
 #include <string>
 
-#include "platform/FileSystem.h"
-#include "store/StoreLocator.h"
+#include <vector>
+
+#include "app/AppContext.h"
+#include "bridge/WatchedFolder.h"
 
 namespace vosklin {
 
@@ -29,12 +31,23 @@ struct StatusReport {
     std::int64_t liveFiles = 0;
     std::int64_t versions = 0;
     std::int64_t logicalBytes = 0;
+
+    struct Folder {
+        WatchedFolder folder;
+        bool reachable = false;
+        std::string unreachableReason;
+        std::int64_t files = 0;
+        std::int64_t versions = 0;
+        std::int64_t logicalBytes = 0;
+    };
+    std::vector<Folder> folders;
+    std::string foldersProblem;  // the folder list could not be read
 };
 
 // `vosklin status`: reads the store without creating it.
 class StatusCommand {
 public:
-    StatusCommand(const StoreLocator& locator, FileSystem& fileSystem);
+    explicit StatusCommand(AppContext& context);
 
     StatusReport gather();
     // Prints the report as text or JSON; returns the exit status (non-zero
@@ -42,8 +55,7 @@ public:
     int run(bool json, std::ostream& out, std::ostream& err);
 
 private:
-    const StoreLocator& locator_;
-    FileSystem& fileSystem_;
+    AppContext& context_;
 };
 
 }  // namespace vosklin

@@ -500,6 +500,18 @@ std::vector<std::pair<std::string, double>> VersionCatalog::liveFilesWithNewestC
     return files;
 }
 
+std::unordered_map<std::int64_t, NewestVersionSummary> VersionCatalog::newestVersionSummaries(
+    const std::string& folderID) {
+    Guard guard(lock_);
+    std::unordered_map<std::int64_t, NewestVersionSummary> summaries;
+    database_.query(
+        "SELECT file_id, captured_at, logical_bytes FROM (SELECT file_id, captured_at, logical_bytes, ROW_NUMBER() "
+        "OVER (PARTITION BY file_id ORDER BY captured_at DESC, id DESC) AS n FROM versions WHERE folder_id = ?) "
+        "WHERE n = 1",
+        {folderID}, [&](const DatabaseRow& row) { summaries[row.int64(0)] = {row.real(1), row.int64(2)}; });
+    return summaries;
+}
+
 // --- Aggregates --------------------------------------------------------------
 
 std::int64_t VersionCatalog::folderBytes(const std::string& folderID) {

@@ -5,6 +5,7 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 #include "catalog/ChangeRow.h"
@@ -20,6 +21,11 @@
 #include "catalog/WatchState.h"
 
 namespace vosklin {
+
+struct NewestVersionSummary {
+    double capturedAt = 0;
+    std::int64_t logicalBytes = 0;
+};
 
 // Counts over the whole catalog, for status reports.
 struct CatalogTotals {
@@ -106,6 +112,9 @@ public:
     // A LIKE pattern that matches names containing `text` literally.
     static std::string containsPattern(const std::string& text);
     std::vector<std::pair<std::string, double>> liveFilesWithNewestCapture(const std::string& folderID);
+    // For every file of the folder with versions: its newest version's instant and size, read in one query
+    // (the reconciliation crawl compares a whole folder against this).
+    std::unordered_map<std::int64_t, NewestVersionSummary> newestVersionSummaries(const std::string& folderID);
 
     // --- Aggregates ------------------------------------------------------------
     std::int64_t folderBytes(const std::string& folderID);

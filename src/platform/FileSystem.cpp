@@ -19,6 +19,19 @@ void makeDirectories(FileSystem& fileSystem, const std::string& path, mode_t mod
     }
 }
 
+std::string resolveParentLinks(FileSystem& fileSystem, const std::string& path) {
+    const std::string normal = absolutePath(path);
+    if (normal == "/") return normal;
+    const std::string parent = parentPath(normal);
+    const std::string name = lastComponent(normal);
+    try {
+        return joinPath(fileSystem.resolvedPath(parent), name);
+    } catch (const FileSystemError&) {
+        // The parent is gone (a deleted folder): resolve what is left of it.
+        return joinPath(resolveParentLinks(fileSystem, parent), name);
+    }
+}
+
 void removeAll(FileSystem& fileSystem, const std::string& path) {
     auto status = fileSystem.linkStatus(path);
     if (!status) return;

@@ -49,6 +49,10 @@ public:
     virtual void writeAll(int fd, const void* data, std::size_t size) = 0;
     virtual void syncFile(int fd) = 0;
     virtual void syncDirectory(const std::string& path) = 0;
+    // syncfs(2): everything written to the file system holding `path` reaches the disk.
+    virtual void syncFileSystem(const std::string& path) = 0;
+    // pread(2): up to `size` bytes at `offset`; fewer only at the end of the file.
+    virtual std::size_t readAt(int fd, void* buffer, std::size_t size, std::uint64_t offset) = 0;
     // ioctl(FICLONE): share the source's blocks. Throws with the kernel's errno
     // (EOPNOTSUPP, EXDEV, EINVAL... when the file system cannot clone).
     virtual void cloneFile(int source, int destination, const std::string& destinationPath) = 0;
@@ -83,6 +87,10 @@ public:
 
 // mkdir -p. Existing directories are fine; anything else in the way throws ENOTDIR.
 void makeDirectories(FileSystem& fileSystem, const std::string& path, mode_t mode = 0755);
+// `path` made absolute with every symbolic link in its parent folders resolved,
+// the last component left as it is (a link stays a link). Parents that no
+// longer exist are kept as written.
+std::string resolveParentLinks(FileSystem& fileSystem, const std::string& path);
 // rm -rf without following links. Nothing at the path is not an error.
 void removeAll(FileSystem& fileSystem, const std::string& path);
 

@@ -8,8 +8,9 @@
 
 namespace vosklin {
 
-SystemLogger::SystemLogger(bool toStandardError)
-    : useJournal_(!toStandardError && ::access("/run/systemd/journal/socket", W_OK) == 0) {}
+SystemLogger::SystemLogger(LogLevel standardErrorLevel, bool useJournal)
+    : standardErrorLevel_(standardErrorLevel),
+      useJournal_(useJournal && ::access("/run/systemd/journal/socket", W_OK) == 0) {}
 
 void SystemLogger::log(LogLevel level, const std::string& message) {
     int priority = level == LogLevel::error ? LOG_ERR : level == LogLevel::info ? LOG_INFO : LOG_DEBUG;
@@ -18,7 +19,7 @@ void SystemLogger::log(LogLevel level, const std::string& message) {
                         nullptr) >= 0) {
         return;
     }
-    if (level == LogLevel::debug) return;
+    if (level < standardErrorLevel_) return;
     std::lock_guard guard(standardErrorLock_);
     std::fprintf(stderr, "vosklin: %s\n", message.c_str());
 }

@@ -20,14 +20,16 @@ public:
     void error(const std::string& message) { log(LogLevel::error, message); }
 };
 
-// The systemd journal when one is listening, else standard error.
+// The systemd journal when one is listening, else standard error. On
+// standard error only messages at `standardErrorLevel` or above appear, so a
+// command-line run shows its failures but not its routine sentences.
 class SystemLogger final : public Logger {
 public:
-    // `toStandardError` forces standard error (the daemon's --foreground use, and tests).
-    explicit SystemLogger(bool toStandardError = false);
+    explicit SystemLogger(LogLevel standardErrorLevel = LogLevel::info, bool useJournal = true);
     void log(LogLevel level, const std::string& message) override;
 
 private:
+    LogLevel standardErrorLevel_;
     bool useJournal_;
     std::mutex standardErrorLock_;
 };

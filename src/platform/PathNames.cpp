@@ -1,5 +1,8 @@
 #include "platform/PathNames.h"
 
+#include <unistd.h>
+
+#include <cstdlib>
 #include <vector>
 
 namespace vosklin {
@@ -59,6 +62,16 @@ std::string lexicallyNormal(std::string_view path) {
     }
     if (normal.empty()) return std::string(1, '.');
     return normal;
+}
+
+bool isAbsolutePath(std::string_view path) { return !path.empty() && path.front() == '/'; }
+
+std::string absolutePath(std::string_view path) {
+    if (isAbsolutePath(path)) return lexicallyNormal(path);
+    char* cwd = ::getcwd(nullptr, 0);
+    std::string base = cwd ? cwd : "/";
+    std::free(cwd);
+    return lexicallyNormal(joinPath(base, path));
 }
 
 bool relativeTo(std::string_view root, std::string_view path, std::string& relative) {

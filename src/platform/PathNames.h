@@ -16,6 +16,9 @@ std::string lastComponent(std::string_view path);
 std::string pathExtension(std::string_view path);
 // Collapses "//", "/./" and trailing slashes without touching the file system.
 std::string lexicallyNormal(std::string_view path);
+// An absolute, lexically normal path: relative paths are taken from the working directory.
+std::string absolutePath(std::string_view path);
+bool isAbsolutePath(std::string_view path);
 // The path of `path` below `root` ("a/b"), or nothing when it is not strictly below it.
 bool relativeTo(std::string_view root, std::string_view path, std::string& relative);
 

@@ -149,6 +149,28 @@ void PosixFileSystem::syncDirectory(const std::string& path) {
     if (::fsync(directory.get()) != 0) fail("fsync", path);
 }
 
+void PosixFileSystem::syncFileSystem(const std::string& path) {
+    int fd = ::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (fd < 0) fail("open", path);
+    UniqueFd directory(fd);
+    if (::syncfs(directory.get()) != 0) fail("syncfs", path);
+}
+
+std::size_t PosixFileSystem::readAt(int fd, void* buffer, std::size_t size, std::uint64_t offset) {
+    auto bytes = static_cast<char*>(buffer);
+    std::size_t total = 0;
+    while (total < size) {
+        ssize_t count = ::pread(fd, bytes + total, size - total, off_t(offset + total));
+        if (count < 0) {
+            if (errno == EINTR) continue;
+            fail("pread", describeFd(fd));
+        }
+        if (count == 0) break;
+        total += std::size_t(count);
+    }
+    return total;
+}
+
 void PosixFileSystem::cloneFile(int source, int destination, const std::string& destinationPath) {
     if (::ioctl(destination, FICLONE, source) != 0) fail("clone", destinationPath);
 }

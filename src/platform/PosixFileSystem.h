@@ -20,6 +20,8 @@ public:
     void writeAll(int fd, const void* data, std::size_t size) override;
     void syncFile(int fd) override;
     void syncDirectory(const std::string& path) override;
+    void syncFileSystem(const std::string& path) override;
+    std::size_t readAt(int fd, void* buffer, std::size_t size, std::uint64_t offset) override;
     void cloneFile(int source, int destination, const std::string& destinationPath) override;
     std::uint64_t copyContents(int source, int destination, const std::string& destinationPath) override;
     bool tryLockShared(int fd) override;

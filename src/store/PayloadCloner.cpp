@@ -76,7 +76,6 @@ bool PayloadCloner::copyFile(const std::string& source, const std::string& desti
     copyAttributes(input.get(), output.get());
     fileSystem_.setMode(output.get(), status.mode);
     fileSystem_.setTimes(output.get(), status.accessed, status.modified);
-    fileSystem_.syncFile(output.get());
     return cloned;
 }
 
@@ -112,7 +111,6 @@ void PayloadCloner::copyDirectory(const std::string& source, const std::string& 
         fileSystem_.setMode(output.get(), own->mode);
         fileSystem_.setTimes(output.get(), own->accessed, own->modified);
     }
-    fileSystem_.syncFile(output.get());
 }
 
 void PayloadCloner::copyAttributes(int source, int destination) {

@@ -16,8 +16,10 @@ namespace vosklin {
 // where the file system refuses a clone it is copied (method `copied`). A
 // directory is copied recursively without crossing into another file system
 // (method `unknown`), its files cloned where possible. Mode, timestamps and
-// extended attributes (ACLs included) travel with the data; the copy is synced
-// before it is reported done. Reads are coordinated (ReadCoordinator).
+// extended attributes (ACLs included) travel with the data. The copy is not
+// synced here: capture makes a whole batch of payloads durable with one
+// syncfs before recording them, which costs one journal commit instead of one
+// per file. Reads are coordinated (ReadCoordinator).
 //
 // Failure: CloneError::sourceMissing when nothing is at the source,
 // destinationExists when something is at the destination (left alone),

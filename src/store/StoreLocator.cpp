@@ -14,26 +14,13 @@ namespace vosklin {
 StoreLocator::StoreLocator(std::string containerRoot, VolumeIdentifier volumeIdentifier)
     : containerRoot_(std::move(containerRoot)), volumeIdentifier_(std::move(volumeIdentifier)) {}
 
-std::optional<std::string> StoreLocator::processEnvironment(const std::string& name) {
-    const char* value = std::getenv(name.c_str());
-    if (!value || !*value) return std::nullopt;
-    return std::string(value);
-}
-
 StoreLocator StoreLocator::fromEnvironment(const std::optional<std::string>& homeOption,
                                            const Environment& environment) {
-    auto absolute = [](const std::string& path) {
-        if (!path.empty() && path.front() == '/') return lexicallyNormal(path);
-        char* cwd = ::getcwd(nullptr, 0);
-        std::string base = cwd ? cwd : "/";
-        std::free(cwd);
-        return lexicallyNormal(joinPath(base, path));
-    };
-    if (homeOption && !homeOption->empty()) return StoreLocator(absolute(*homeOption));
-    if (auto home = environment("VOSKLIN_HOME")) return StoreLocator(absolute(*home));
-    if (auto data = environment("XDG_DATA_HOME"); data && !data->empty() && data->front() == '/')
+    if (homeOption && !homeOption->empty()) return StoreLocator(absolutePath(*homeOption));
+    if (auto home = environment("VOSKLIN_HOME")) return StoreLocator(absolutePath(*home));
+    if (auto data = environment("XDG_DATA_HOME"); data && isAbsolutePath(*data))
         return StoreLocator(joinPath(*data, "vosklin"));
-    if (auto home = environment("HOME"); home && !home->empty() && home->front() == '/')
+    if (auto home = environment("HOME"); home && isAbsolutePath(*home))
         return StoreLocator(joinPath(*home, ".local/share/vosklin"));
     throw StoreLocatorError::containerUnavailable("neither --home, VOSKLIN_HOME, XDG_DATA_HOME nor HOME is set");
 }

@@ -4,6 +4,8 @@
 #include <optional>
 #include <string>
 
+#include "platform/Environment.h"
+
 namespace vosklin {
 
 // Decides where the store is, and refuses watched folders whose versions could
@@ -17,9 +19,6 @@ public:
     // The identifier of the volume holding a path ("major:minor" of st_dev), or
     // nothing when it cannot be read. Injectable so tests can pretend two volumes.
     using VolumeIdentifier = std::function<std::optional<std::string>(const std::string& path)>;
-    // How the environment is read; injectable for tests.
-    using Environment = std::function<std::optional<std::string>(const std::string& name)>;
-
     explicit StoreLocator(std::string containerRoot, VolumeIdentifier volumeIdentifier = deviceIdentifier);
 
     // The locator for this process: `homeOption` is the --home value when given.
@@ -35,7 +34,6 @@ public:
     std::string storeRootFor(const std::string& watchedFolder) const;
 
     static std::optional<std::string> deviceIdentifier(const std::string& path);
-    static std::optional<std::string> processEnvironment(const std::string& name);
 
 private:
     std::string containerRoot_;

@@ -57,14 +57,32 @@ VersionStoreLayout::Slot VersionStoreLayout::makeSlot(std::int64_t fileID, doubl
         std::string name = n == 1 ? base : base + "-" + std::to_string(n);
         std::string relative = parent + "/" + name;
         std::string directory = joinPath(root_, relative);
-        if (fileSystem_.makeDirectory(directory, 0700)) return {relative, directory};
+        bool made;
+        try {
+            made = fileSystem_.makeDirectory(directory, 0700);
+        } catch (const FileSystemError& error) {
+            // The file's emptied directory was pruned by a removal in the meantime.
+            if (error.errorNumber() != ENOENT) throw;
+            makeDirectories(fileSystem_, joinPath(root_, parent), 0700);
+            made = fileSystem_.makeDirectory(directory, 0700);
+        }
+        if (made) return {relative, directory};
         // Something already exists there: an earlier capture in the same second.
         if (n == 1000000) throw FileSystemError(EEXIST, "mkdir", directory);
     }
 }
 
 void VersionStoreLayout::removeSlot(const std::string& slotRelativePath) {
-    removeAll(fileSystem_, slotDirectory(slotRelativePath));
+    const std::string directory = slotDirectory(slotRelativePath);
+    removeAll(fileSystem_, directory);
+    // The file's own directory goes with its last slot, so forgotten files leave no trace.
+    const std::string fileDirectory = parentPath(directory);
+    if (parentPath(parentPath(fileDirectory)) != versionsDirectory()) return;
+    try {
+        if (fileSystem_.listDirectory(fileDirectory).empty()) fileSystem_.removeDirectory(fileDirectory);
+    } catch (const FileSystemError&) {
+        // Not empty after all (a capture raced in), or already gone: either is fine.
+    }
 }
 
 }  // namespace vosklin

@@ -43,7 +43,8 @@ public:
     void clearStaging();
     // A new, empty slot for a capture of `fileID` at `at`.
     Slot makeSlot(std::int64_t fileID, double at);
-    // Removes a slot directory and everything in it; a missing slot is fine.
+    // Removes a slot directory and everything in it, and the file's directory
+    // when that was its last slot; a missing slot is fine.
     void removeSlot(const std::string& slotRelativePath);
 
     // "yyyyMMdd-HHmmss" of the instant in UTC.

@@ -1,0 +1,50 @@
+#include "app/AppContext.h"
+
+#include "platform/PathNames.h"
+
+namespace vosklin {
+
+AppContext::AppContext(const std::optional<std::string>& homeOption, Logger& logger)
+    : logger_(logger),
+      locator_(StoreLocator::fromEnvironment(homeOption)),
+      settings_(joinPath(Settings::configDirectory(homeOption), "settings.json"), fileSystem_, logger),
+      folders_(joinPath(Settings::configDirectory(homeOption), "folders.json"), fileSystem_),
+      layout_(locator_.storeRoot(), fileSystem_) {}
+
+std::string AppContext::homeDirectory() const { return processEnvironment("HOME").value_or(""); }
+
+bool AppContext::storeExists() { return fileSystem_.status(layout_.databasePath()).has_value(); }
+
+VersionCatalog& AppContext::catalog() {
+    if (!catalog_) {
+        layout_.prepareDirectories();
+        catalog_ = std::make_unique<VersionCatalog>(layout_.databasePath());
+    }
+    return *catalog_;
+}
+
+ExcludeRules AppContext::excludeRules() {
+    return ExcludeRules::standard(settings_.strings("vosklin.excludePatterns").value_or(std::vector<std::string>{}));
+}
+
+PackageKinds AppContext::packageKinds() {
+    return PackageKinds(settings_.strings("vosklin.packageExtensions").value_or(std::vector<std::string>{}));
+}
+
+CaptureService& AppContext::captureService() {
+    if (!capture_) {
+        cloner_ = std::make_unique<PayloadCloner>(fileSystem_, clock_, logger_);
+        digest_ = std::make_unique<PayloadDigest>(fileSystem_);
+        writer_ = std::make_unique<PayloadWriter>(layout_, *cloner_, *digest_);
+        verifier_ = std::make_unique<PayloadVerifier>(fileSystem_);
+        capture_ = std::make_unique<CaptureService>(catalog(), layout_, *writer_, *digest_, *verifier_, fileSystem_);
+    }
+    return *capture_;
+}
+
+ReconciliationCrawler AppContext::makeCrawler() {
+    walker_ = std::make_unique<FolderWalker>(fileSystem_, excludeRules(), packageKinds());
+    return ReconciliationCrawler(catalog(), captureService(), *walker_, fileSystem_, clock_, logger_);
+}
+
+}  // namespace vosklin

@@ -1,0 +1,68 @@
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "bridge/FolderList.h"
+#include "capture/CaptureService.h"
+#include "capture/FolderWalker.h"
+#include "capture/ReconciliationCrawler.h"
+#include "catalog/VersionCatalog.h"
+#include "platform/Clock.h"
+#include "platform/Logger.h"
+#include "platform/PosixFileSystem.h"
+#include "platform/Settings.h"
+#include "store/PayloadCloner.h"
+#include "store/PayloadDigest.h"
+#include "store/PayloadWriter.h"
+#include "store/StoreLocator.h"
+#include "store/VersionStoreLayout.h"
+
+namespace vosklin {
+
+// The composition root: where Vosklin's data lives and the services over it,
+// built on first use so that a command pays only for what it touches.
+// One per process (the command line, or the daemon); not thread-safe itself,
+// though the services it hands out are.
+class AppContext {
+public:
+    AppContext(const std::optional<std::string>& homeOption, Logger& logger);
+
+    FileSystem& fileSystem() { return fileSystem_; }
+    Clock& clock() { return clock_; }
+    Logger& logger() { return logger_; }
+    const StoreLocator& locator() const { return locator_; }
+    Settings& settings() { return settings_; }
+    FolderList& folders() { return folders_; }
+    VersionStoreLayout& layout() { return layout_; }
+    std::string homeDirectory() const;
+
+    // Whether the catalog file exists: read-only commands do not create a store.
+    bool storeExists();
+    // Opens (creating and migrating as needed) the catalog.
+    VersionCatalog& catalog();
+    CaptureService& captureService();
+    // A crawler with the current exclusion and package settings.
+    ReconciliationCrawler makeCrawler();
+    ExcludeRules excludeRules();
+    PackageKinds packageKinds();
+
+private:
+    PosixFileSystem fileSystem_;
+    SystemClock clock_;
+    Logger& logger_;
+    StoreLocator locator_;
+    Settings settings_;
+    FolderList folders_;
+    VersionStoreLayout layout_;
+    std::unique_ptr<VersionCatalog> catalog_;
+    std::unique_ptr<PayloadCloner> cloner_;
+    std::unique_ptr<PayloadDigest> digest_;
+    std::unique_ptr<PayloadWriter> writer_;
+    std::unique_ptr<PayloadVerifier> verifier_;
+    std::unique_ptr<CaptureService> capture_;
+    std::unique_ptr<FolderWalker> walker_;
+};
+
+}  // namespace vosklin

@@ -1,0 +1,68 @@
+#include "app/JsonRecords.h"
+
+#include "platform/Instant.h"
+#include "platform/PathJson.h"
+
+namespace vosklin {
+
+nlohmann::json toJson(const StoredVersion& version) {
+    nlohmann::json json;
+    json["id"] = version.id;
+    json["fileID"] = version.fileID;
+    json["capturedAt"] = formatInstant(version.capturedAt);
+    json["digest"] = version.digest;
+    json["logicalBytes"] = version.logicalBytes;
+    json["slot"] = version.slot;
+    putPath(json, "payloadName", version.payloadName);
+    json["method"] = std::string(toString(version.method));
+    json["isVerified"] = version.isVerified;
+    json["isStarred"] = version.isStarred;
+    json["source"] = std::string(toString(version.source));
+    json["batchID"] = version.batchID ? nlohmann::json(*version.batchID) : nlohmann::json();
+    json["isReplacement"] = version.isReplacement;
+    return json;
+}
+
+nlohmann::json toJson(const TrackedFile& file) {
+    nlohmann::json json;
+    json["id"] = file.id;
+    json["folderID"] = file.folderID;
+    putPath(json, "relativePath", file.relativePath);
+    json["isPackage"] = file.isPackage;
+    json["deletedAt"] = file.deletedAt ? nlohmann::json(formatInstant(*file.deletedAt)) : nlohmann::json();
+    return json;
+}
+
+nlohmann::json toJson(const WatchedFolder& folder) {
+    nlohmann::json json;
+    json["id"] = folder.id;
+    putPath(json, "path", folder.path);
+    json["mode"] = std::string(toString(folder.mode));
+    json["isPaused"] = folder.isPaused;
+    switch (folder.budget.kind) {
+        case FolderBudget::Kind::automatic: json["budgetBytes"] = nullptr; break;
+        case FolderBudget::Kind::unlimited: json["budgetBytes"] = "unlimited"; break;
+        case FolderBudget::Kind::bytes: json["budgetBytes"] = folder.budget.bytes; break;
+    }
+    return json;
+}
+
+nlohmann::json toJson(const CrawlReport& report) {
+    nlohmann::json json;
+    json["folderID"] = report.folderID;
+    json["reason"] = report.reason;
+    json["source"] = std::string(toString(report.source));
+    json["examined"] = report.examined;
+    json["captured"] = report.captured;
+    json["unchanged"] = report.unchanged;
+    json["skipped"] = report.skipped;
+    json["failed"] = report.failed;
+    json["renamed"] = report.renamed;
+    json["tombstoned"] = report.tombstoned;
+    json["cancelled"] = report.cancelled;
+    json["startedAt"] = formatInstant(report.startedAt);
+    json["finishedAt"] = formatInstant(report.finishedAt);
+    return json;
+}
+
+}  // namespace vosklin

@@ -1,0 +1,91 @@
+#include "app/VersionsCommand.h"
+
+#include <cerrno>
+#include <cstdlib>
+
+#include "app/ByteCount.h"
+#include "app/CommandError.h"
+#include "app/JsonRecords.h"
+#include "app/TerminalOutput.h"
+#include "platform/FileSystemError.h"
+#include "platform/PathJson.h"
+#include "platform/PathNames.h"
+#include "store/CloneError.h"
+
+namespace vosklin {
+
+VersionsCommand::VersionsCommand(AppContext& context, std::ostream& out) : context_(context), out_(out) {}
+
+int VersionsCommand::versions(const std::string& path, bool json) {
+    auto found = context_.folders().folderContaining(path);
+    if (!found || found->second.empty())
+        throw CommandError(displayableUtf8(path) + " is not inside a watched folder (see 'vosklin folder list')");
+    const auto& [folder, relative] = *found;
+    std::optional<TrackedFile> file;
+    if (context_.storeExists()) file = context_.catalog().fileAtPath(folder.id, relative);
+    if (!file) throw CommandError("Vosklin has no history of " + displayableUtf8(path));
+    auto versions = context_.catalog().versionsOfFile(file->id, std::numeric_limits<std::int64_t>::max());
+    if (json) {
+        nlohmann::json object;
+        object["file"] = toJson(*file);
+        object["versions"] = nlohmann::json::array();
+        for (const auto& version : versions) object["versions"].push_back(toJson(version));
+        out_ << object.dump(2) << "\n";
+        return 0;
+    }
+    out_ << displayableUtf8(joinPath(folder.path, relative)) << ": " << versions.size()
+         << (versions.size() == 1 ? " version" : " versions") << (file->deletedAt ? " (deleted)" : "") << "\n";
+    char line[256];
+    std::snprintf(line, sizeof line, "%8s  %-19s  %10s  %-10s  %s\n", "VERSION", "CAPTURED", "SIZE", "SOURCE", "");
+    out_ << line;
+    for (const auto& version : versions) {
+        std::string notes;
+        if (version.isStarred) notes += " starred";
+        if (!version.isVerified) notes += " incomplete?";
+        if (version.isReplacement) notes += " replaced";
+        std::snprintf(line, sizeof line, "%8lld  %-19s  %10s  %-10s %s\n", static_cast<long long>(version.id),
+                      formatLocalTime(version.capturedAt).c_str(), formatByteCount(version.logicalBytes).c_str(),
+                      std::string(toString(version.source)).c_str(), notes.c_str());
+        out_ << line;
+    }
+    return 0;
+}
+
+int VersionsCommand::cat(const std::string& versionText, const std::optional<std::string>& output) {
+    char* end = nullptr;
+    errno = 0;
+    const long long id = std::strtoll(versionText.c_str(), &end, 10);
+    if (versionText.empty() || *end != '\0' || errno != 0 || id <= 0)
+        throw CommandError("'" + versionText + "' is not a version number (see 'vosklin versions PATH')");
+    std::optional<StoredVersion> version;
+    if (context_.storeExists()) version = context_.catalog().version(id);
+    if (!version) throw CommandError("There is no version " + versionText);
+    const bool isPackage = context_.catalog().requireFile(version->fileID).isPackage;
+    const std::string payload = context_.layout().payloadPath(version->slot, version->payloadName);
+    if (!context_.fileSystem().linkStatus(payload))
+        throw CommandError("The stored copy of version " + versionText + " is missing from the store");
+
+    if (!output) {
+        if (isPackage)
+            throw CommandError("Version " + versionText + " is a folder (" + displayableUtf8(version->payloadName) +
+                               "); give -o DIRECTORY to receive it");
+        UniqueFd file = context_.fileSystem().openForReading(payload);
+        std::string buffer(1 << 20, '\0');
+        while (std::size_t count = context_.fileSystem().read(file.get(), buffer.data(), buffer.size()))
+            out_.write(buffer.data(), std::streamsize(count));
+        out_.flush();
+        return 0;
+    }
+    // A reflink where possible; never over something that is already there.
+    try {
+        PayloadCloner cloner(context_.fileSystem(), context_.clock(), context_.logger());
+        cloner.clone(payload, absolutePath(*output));
+    } catch (const CloneError& error) {
+        if (error.kind() == CloneError::Kind::destinationExists)
+            throw CommandError(displayableUtf8(*output) + " already exists; choose another name");
+        throw;
+    }
+    return 0;
+}
+
+}  // namespace vosklin

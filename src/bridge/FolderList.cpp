@@ -1,0 +1,134 @@
+#include "bridge/FolderList.h"
+
+#include <cctype>
+#include <nlohmann/json.hpp>
+
+#include "bridge/FolderListError.h"
+#include "platform/AtomicFile.h"
+#include "platform/FileSystemError.h"
+#include "platform/PathJson.h"
+#include "platform/PathNames.h"
+#include "platform/Uuid.h"
+
+namespace vosklin {
+namespace {
+
+nlohmann::json encode(const WatchedFolder& folder) {
+    nlohmann::json json;
+    json["id"] = folder.id;
+    putPath(json, "path", folder.path);
+    json["mode"] = std::string(toString(folder.mode));
+    json["isPaused"] = folder.isPaused;
+    if (folder.budget.kind == FolderBudget::Kind::unlimited) json["budgetBytes"] = "unlimited";
+    if (folder.budget.kind == FolderBudget::Kind::bytes) json["budgetBytes"] = folder.budget.bytes;
+    json["st_dev"] = folder.device;
+    json["st_ino"] = folder.inode;
+    return json;
+}
+
+WatchedFolder decode(const nlohmann::json& json) {
+    WatchedFolder folder;
+    folder.id = json.at("id").get<std::string>();
+    folder.path = getPath(json, "path");
+    folder.mode = captureModeFromString(json.value("mode", "automatic")).value_or(CaptureMode::automatic);
+    folder.isPaused = json.value("isPaused", false);
+    if (auto budget = json.find("budgetBytes"); budget != json.end()) {
+        if (budget->is_string() && budget->get<std::string>() == "unlimited") {
+            folder.budget.kind = FolderBudget::Kind::unlimited;
+        } else if (budget->is_number_integer() && budget->get<std::int64_t>() >= 0) {
+            folder.budget = {FolderBudget::Kind::bytes, budget->get<std::int64_t>()};
+        }
+    }
+    folder.device = json.value("st_dev", std::uint64_t(0));
+    folder.inode = json.value("st_ino", std::uint64_t(0));
+    return folder;
+}
+
+}  // namespace
+
+FolderList::FolderList(std::string path, FileSystem& fileSystem) : path_(std::move(path)), fileSystem_(fileSystem) {}
+
+std::vector<WatchedFolder> FolderList::folders() {
+    std::string text;
+    try {
+        UniqueFd file = fileSystem_.openForReading(path_);
+        char buffer[8192];
+        while (std::size_t count = fileSystem_.read(file.get(), buffer, sizeof buffer)) text.append(buffer, count);
+    } catch (const FileSystemError& error) {
+        if (error.errorNumber() == ENOENT) return {};
+        throw FolderListError(FolderListError::Kind::malformedList,
+                              "Cannot read the folder list " + path_ + ": " + error.what());
+    }
+    try {
+        auto json = nlohmann::json::parse(text);
+        std::vector<WatchedFolder> folders;
+        for (const auto& entry : json.at("folders")) folders.push_back(decode(entry));
+        return folders;
+    } catch (const std::exception& error) {
+        throw FolderListError(FolderListError::Kind::malformedList,
+                              "The folder list " + path_ + " is damaged (" + error.what() +
+                                  "); fix or move it aside, nothing was changed");
+    }
+}
+
+void FolderList::save(const std::vector<WatchedFolder>& folders) {
+    nlohmann::json list = nlohmann::json::array();
+    for (const auto& folder : folders) list.push_back(encode(folder));
+    nlohmann::json json;
+    json["folders"] = list;
+    makeDirectories(fileSystem_, parentPath(path_), 0700);
+    writeFileAtomically(fileSystem_, path_, json.dump(2) + "\n", 0600);
+}
+
+std::string FolderList::canonical(const std::string& path) {
+    try {
+        return fileSystem_.resolvedPath(absolutePath(path));
+    } catch (const FileSystemError&) {
+        return resolveParentLinks(fileSystem_, path);  // a deleted file is still known by its path
+    }
+}
+
+WatchedFolder FolderList::require(const std::string& idOrPath) {
+    auto all = folders();
+    std::string upper = idOrPath;
+    for (char& c : upper) c = char(std::toupper(static_cast<unsigned char>(c)));
+    for (const auto& folder : all)
+        if (folder.id == upper) return folder;
+    const std::string wanted = canonical(idOrPath);
+    const std::string absolute = absolutePath(idOrPath);
+    for (const auto& folder : all)
+        if (folder.path == wanted || folder.path == absolute) return folder;
+    throw FolderListError(FolderListError::Kind::unknownFolder,
+                          "No watched folder is " + displayableUtf8(idOrPath) + " (see 'vosklin folder list')");
+}
+
+std::optional<std::pair<WatchedFolder, std::string>> FolderList::folderContaining(const std::string& path) {
+    const std::string wanted = canonical(path);
+    for (const auto& folder : folders()) {
+        if (wanted == folder.path) return std::make_pair(folder, std::string());
+        std::string relative;
+        if (relativeTo(folder.path, wanted, relative)) return std::make_pair(folder, relative);
+    }
+    return std::nullopt;
+}
+
+void FolderList::append(const WatchedFolder& folder) {
+    auto all = folders();
+    all.push_back(folder);
+    save(all);
+}
+
+void FolderList::replace(const WatchedFolder& folder) {
+    auto all = folders();
+    for (auto& existing : all)
+        if (existing.id == folder.id) existing = folder;
+    save(all);
+}
+
+void FolderList::remove(const std::string& id) {
+    auto all = folders();
+    std::erase_if(all, [&](const WatchedFolder& folder) { return folder.id == id; });
+    save(all);
+}
+
+}  // namespace vosklin

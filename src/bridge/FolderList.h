@@ -1,0 +1,44 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "bridge/WatchedFolder.h"
+#include "platform/FileSystem.h"
+
+namespace vosklin {
+
+// The watched folders, kept in folders.json.
+//
+// Read on every use (the daemon and the command line share it) and replaced
+// atomically on every change, so a crash never leaves half a list. A missing
+// file is an empty list; a file that cannot be parsed is refused with
+// FolderListError::malformedList rather than silently treated as empty, so a
+// later save can never wipe the user's folders. Not synchronised between
+// processes beyond the atomic replace: the daemon is the usual writer.
+class FolderList {
+public:
+    FolderList(std::string path, FileSystem& fileSystem);
+
+    const std::string& path() const { return path_; }
+
+    std::vector<WatchedFolder> folders();
+    // By id, or by path (made absolute; links resolved when it exists).
+    // Throws FolderListError::unknownFolder naming what was asked for.
+    WatchedFolder require(const std::string& idOrPath);
+    // The watched folder whose root contains `path` (or is it), with the path below the root.
+    std::optional<std::pair<WatchedFolder, std::string>> folderContaining(const std::string& path);
+
+    void append(const WatchedFolder& folder);
+    void replace(const WatchedFolder& folder);
+    void remove(const std::string& id);
+
+private:
+    void save(const std::vector<WatchedFolder>& folders);
+    std::string canonical(const std::string& path);
+
+    std::string path_;
+    FileSystem& fileSystem_;
+};
+
+}  // namespace vosklin

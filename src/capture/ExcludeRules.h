@@ -1,0 +1,34 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace vosklin {
+
+// Which paths inside a watched folder are never captured.
+//
+// Each pattern is an fnmatch(3) glob with no flags, matched against one path
+// component at a time (never across "/"), at every depth: "node_modules"
+// excludes a/node_modules/b/c.js, "*.mov" excludes every .mov file and every
+// folder whose name ends in .mov. A value type.
+class ExcludeRules {
+public:
+    explicit ExcludeRules(std::vector<std::string> patterns = {}) : patterns_(std::move(patterns)) {}
+
+    // The sixteen built-in patterns followed by the user's ("vosklin.excludePatterns").
+    static ExcludeRules standard(const std::vector<std::string>& userPatterns);
+    static const std::vector<std::string>& builtInPatterns();
+
+    // `relativePath` is relative to the watched root, "/"-separated.
+    bool excludes(std::string_view relativePath) const;
+    bool excludesName(const std::string& name) const;
+    const std::vector<std::string>& patterns() const { return patterns_; }
+
+    bool operator==(const ExcludeRules&) const = default;
+
+private:
+    std::vector<std::string> patterns_;
+};
+
+}  // namespace vosklin
