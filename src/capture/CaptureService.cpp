@@ -5,6 +5,7 @@
 #include "capture/SettleGate.h"
 #include "platform/FileSystemError.h"
 #include "platform/PathNames.h"
+#include "store/CloneError.h"
 #include "store/VersionSidecar.h"
 
 namespace vosklin {
@@ -62,7 +63,15 @@ std::optional<CaptureOutcome> CaptureService::prepare(const CaptureRequest& requ
         request.folderID, relativePath, probe ? std::optional<std::uint64_t>(probe->inode) : std::nullopt,
         request.isPackage, fileExtension, at);
 
-    WrittenPayload payload = writer_.write(file.id, at, unit, request.isPackage);
+    WrittenPayload payload;
+    try {
+        payload = writer_.write(file.id, at, unit, request.isPackage);
+    } catch (const CloneError& error) {
+        // Deleted between the checks above and the copy: a skip like any other vanished file.
+        if (error.kind() == CloneError::Kind::sourceMissing || error.code() == ENOENT)
+            return CaptureOutcome::skipped(CaptureSkipReason::missing);
+        throw;
+    }
 
     const auto latest = catalog_.newestVersion(file.id);
     if (latest && latest->digest == payload.digest) {

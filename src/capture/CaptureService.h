@@ -27,8 +27,8 @@ struct CaptureResult {
 // Turns one unit (a file, or a package as a whole) into at most one new
 // version. Every path into history goes through it.
 //
-// Per unit, in order: skip what is missing, a symbolic link, a cloud
-// placeholder or not strictly inside the folder; track the file's row (an
+// Per unit, in order: skip what is missing (also when it vanishes during the
+// copy), a symbolic link, a cloud placeholder or not strictly inside the folder; track the file's row (an
 // "appeared" event first when the path had been tombstoned); clone the unit
 // into a new slot and hash the copy; if the digest equals the file's newest
 // version, remove the slot and report `unchanged`; otherwise decide the

@@ -57,7 +57,6 @@ TEST_F(PayloadClonerTest, FileOnExt4IsCopiedWithModeTimesAndAttributes) {
         EXPECT_EQ(::getxattr(destination.c_str(), "user.xdg.origin.url", value, sizeof value), 22);
         EXPECT_STREQ(value, "https://example.test/r");
     }
-    EXPECT_EQ(fileSystem.count(Operation::syncFile), 1) << "the payload is on disk before it is reported done";
 }
 
 TEST_F(PayloadClonerTest, RefusedCloneFallsBackToACopy) {
@@ -90,10 +89,6 @@ TEST_F(PayloadClonerTest, FailuresLeaveNothingBehindAndCarryTheErrno) {
         EXPECT_EQ(error.code(), EIO);
     }
     EXPECT_FALSE(std::filesystem::exists(directory / "c.bin"));
-
-    fileSystem.fail(Operation::syncFile, EIO);
-    EXPECT_THROW(cloner.clone(source, directory / "d.bin"), CloneError);
-    EXPECT_FALSE(std::filesystem::exists(directory / "d.bin"));
 }
 
 TEST_F(PayloadClonerTest, ExistingDestinationIsRefusedAndLeftAlone) {

@@ -12,7 +12,7 @@ namespace {
 
 using test::TempDirectory;
 
-StoreLocator::Environment environment(std::map<std::string, std::string> values) {
+Environment environment(std::map<std::string, std::string> values) {
     return [values](const std::string& name) -> std::optional<std::string> {
         auto found = values.find(name);
         if (found == values.end()) return std::nullopt;

@@ -33,6 +33,20 @@ void FaultyFileSystem::check(Operation operation, const std::string& path, bool 
     }
 }
 
+std::vector<DirectoryEntry> FaultyFileSystem::listDirectory(const std::string& path) {
+    check(Operation::list, path, false);
+    {
+        std::lock_guard guard(lock_);
+        listed_.push_back(path);
+    }
+    return real_.listDirectory(path);
+}
+
+std::vector<std::string> FaultyFileSystem::listedDirectories() const {
+    std::lock_guard guard(lock_);
+    return listed_;
+}
+
 UniqueFd FaultyFileSystem::openForReading(const std::string& path) {
     UniqueFd fd = real_.openForReading(path);
     std::lock_guard guard(lock_);
@@ -66,6 +80,16 @@ void FaultyFileSystem::syncFile(int fd) {
 void FaultyFileSystem::syncDirectory(const std::string& path) {
     check(Operation::syncDirectory, path, true);
     real_.syncDirectory(path);
+}
+
+void FaultyFileSystem::syncFileSystem(const std::string& path) {
+    check(Operation::syncFileSystem, path, true);
+    real_.syncFileSystem(path);
+}
+
+std::size_t FaultyFileSystem::readAt(int fd, void* buffer, std::size_t size, std::uint64_t offset) {
+    check(Operation::read, pathOf(fd), false);
+    return real_.readAt(fd, buffer, size, offset);
 }
 
 void FaultyFileSystem::cloneFile(int source, int destination, const std::string& destinationPath) {

@@ -16,8 +16,8 @@ namespace vosklin::test {
 class FaultyFileSystem final : public FileSystem {
 public:
     enum class Operation {
-        create, read, write, syncFile, syncDirectory, clone, copy, makeDirectory, rename,
-        exchange, removeFile, removeDirectory, setAttribute, makeSymlink, lock,
+        create, read, write, syncFile, syncDirectory, syncFileSystem, clone, copy, makeDirectory, rename,
+        exchange, removeFile, removeDirectory, setAttribute, makeSymlink, lock, list,
     };
 
     // Fails the next `times` calls of `operation` whose path contains `pathPart` with `error`.
@@ -30,7 +30,9 @@ public:
     std::optional<FileStatus> status(const std::string& path) override { return real_.status(path); }
     std::optional<FileStatus> linkStatus(const std::string& path) override { return real_.linkStatus(path); }
     FileStatus status(int fd) override { return real_.status(fd); }
-    std::vector<DirectoryEntry> listDirectory(const std::string& path) override { return real_.listDirectory(path); }
+    std::vector<DirectoryEntry> listDirectory(const std::string& path) override;
+    // Every directory listed so far, in order.
+    std::vector<std::string> listedDirectories() const;
     std::string readLink(const std::string& path) override { return real_.readLink(path); }
     std::string resolvedPath(const std::string& path) override { return real_.resolvedPath(path); }
 
@@ -40,6 +42,8 @@ public:
     void writeAll(int fd, const void* data, std::size_t size) override;
     void syncFile(int fd) override;
     void syncDirectory(const std::string& path) override;
+    void syncFileSystem(const std::string& path) override;
+    std::size_t readAt(int fd, void* buffer, std::size_t size, std::uint64_t offset) override;
     void cloneFile(int source, int destination, const std::string& destinationPath) override;
     std::uint64_t copyContents(int source, int destination, const std::string& destinationPath) override;
     bool tryLockShared(int fd) override;
@@ -81,6 +85,7 @@ private:
     std::vector<Fault> faults_;
     std::map<Operation, int> counts_;
     std::map<int, std::string> paths_;  // descriptors this wrapper opened
+    std::vector<std::string> listed_;
 };
 
 }  // namespace vosklin::test
