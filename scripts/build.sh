@@ -1,5 +1,7 @@
 #!/usr/bin/env bash
-# Configures (once) and builds Vosklin into build/<type>. Usage: scripts/build.sh [Release|Debug|RelWithDebInfo] [cmake args...]
+# Configures (once) and builds Vosklin into build/<type>.
+#   scripts/build.sh [Release|Debug|RelWithDebInfo] [cmake -D options...]
+# With VOSKLIN_TARGETS="vosklin ..." only those targets are built.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 type="${1:-Release}"
@@ -11,4 +13,6 @@ if [ ! -f "$dir/build.ninja" ]; then
 elif [ $# -gt 0 ]; then
   cmake "$dir" "$@" >/dev/null
 fi
-cmake --build "$dir" --parallel "$(nproc)"
+targets=()
+for target in ${VOSKLIN_TARGETS:-}; do targets+=(--target "$target"); done
+cmake --build "$dir" --parallel "$(nproc)" "${targets[@]}"

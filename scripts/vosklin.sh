@@ -3,7 +3,7 @@
 # With no arguments it shows the version and the state of the store.
 set -euo pipefail
 root="$(cd "$(dirname "$0")/.." && pwd)"
-bash "$root/scripts/build.sh" Release >&2
+VOSKLIN_TARGETS=vosklin bash "$root/scripts/build.sh" Release >&2
 binary="$root/build/release/vosklin"
 if [ $# -eq 0 ]; then
   "$binary" --version

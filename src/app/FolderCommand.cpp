@@ -14,9 +14,8 @@ FolderCommand::FolderCommand(AppContext& context, std::ostream& out) : context_(
 
 int FolderCommand::add(const std::string& path, bool manual, bool json) {
     FolderAdmission admission(context_.fileSystem(), context_.locator(), context_.homeDirectory());
-    WatchedFolder folder = admission.admit(path, manual ? CaptureMode::manual : CaptureMode::automatic,
-                                           context_.folders().folders());
-    context_.folders().append(folder);
+    WatchedFolder folder = context_.folders().append(admission.admit(
+        path, manual ? CaptureMode::manual : CaptureMode::automatic, context_.folders().folders()));
     if (json) {
         out_ << toJson(folder).dump(2) << "\n";
         return 0;
@@ -82,7 +81,7 @@ int FolderCommand::remove(const std::string& folderName, bool forgetHistory) {
             }
         }
     }
-    context_.folders().remove(folder.id);
+    context_.folders().remove(folder.id, !forgetHistory);
     out_ << "Stopped watching " << displayableUtf8(folder.path) << "\n";
     if (forgetHistory) out_ << "Forgot its history (" << removedSlots << " versions removed from the store).\n";
     else out_ << "Its history is kept; 'vosklin folder add' brings it back.\n";

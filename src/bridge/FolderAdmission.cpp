@@ -40,13 +40,22 @@ WatchedFolder FolderAdmission::admit(const std::string& path, CaptureMode mode,
     if (::access(root.c_str(), R_OK | X_OK) != 0)
         throw FolderListError(Kind::unreadable, shown(asked) + " cannot be read (permission denied)");
 
-    if (root == "/" || (!homeDirectory_.empty() && root == homeDirectory_)) {
+    // $HOME may go through a link (an automounted /home) or end in a slash: compare real paths.
+    std::string home;
+    if (!homeDirectory_.empty()) {
+        try {
+            home = fileSystem_.resolvedPath(absolutePath(homeDirectory_));
+        } catch (const FileSystemError&) {
+            home = absolutePath(homeDirectory_);
+        }
+    }
+    if (root == "/" || (!home.empty() && root == home)) {
         throw FolderListError(Kind::reservedRoot, shown(root) +
                                                       " cannot be watched as a whole; choose the folders inside "
                                                       "it that hold your work");
     }
     std::vector<std::string> systemRoots = {"/proc", "/sys", "/dev", "/run"};
-    if (!homeDirectory_.empty()) systemRoots.push_back(joinPath(homeDirectory_, ".cache"));
+    if (!home.empty()) systemRoots.push_back(joinPath(home, ".cache"));
     for (const auto& reserved : systemRoots)
         if (isSameOrInside(root, reserved))
             throw FolderListError(Kind::reservedRoot, shown(root) + " is a system location and cannot be watched");

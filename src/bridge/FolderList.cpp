@@ -1,5 +1,6 @@
 #include "bridge/FolderList.h"
 
+#include <algorithm>
 #include <cctype>
 #include <nlohmann/json.hpp>
 
@@ -8,7 +9,6 @@
 #include "platform/FileSystemError.h"
 #include "platform/PathJson.h"
 #include "platform/PathNames.h"
-#include "platform/Uuid.h"
 
 namespace vosklin {
 namespace {
@@ -48,7 +48,7 @@ WatchedFolder decode(const nlohmann::json& json) {
 
 FolderList::FolderList(std::string path, FileSystem& fileSystem) : path_(std::move(path)), fileSystem_(fileSystem) {}
 
-std::vector<WatchedFolder> FolderList::folders() {
+FolderList::Contents FolderList::load() {
     std::string text;
     try {
         UniqueFd file = fileSystem_.openForReading(path_);
@@ -61,9 +61,11 @@ std::vector<WatchedFolder> FolderList::folders() {
     }
     try {
         auto json = nlohmann::json::parse(text);
-        std::vector<WatchedFolder> folders;
-        for (const auto& entry : json.at("folders")) folders.push_back(decode(entry));
-        return folders;
+        Contents contents;
+        for (const auto& entry : json.at("folders")) contents.folders.push_back(decode(entry));
+        if (auto retired = json.find("retired"); retired != json.end())
+            for (const auto& entry : *retired) contents.retired.push_back(decode(entry));
+        return contents;
     } catch (const std::exception& error) {
         throw FolderListError(FolderListError::Kind::malformedList,
                               "The folder list " + path_ + " is damaged (" + error.what() +
@@ -71,11 +73,18 @@ std::vector<WatchedFolder> FolderList::folders() {
     }
 }
 
-void FolderList::save(const std::vector<WatchedFolder>& folders) {
-    nlohmann::json list = nlohmann::json::array();
-    for (const auto& folder : folders) list.push_back(encode(folder));
+std::vector<WatchedFolder> FolderList::folders() { return load().folders; }
+
+std::vector<WatchedFolder> FolderList::retired() { return load().retired; }
+
+void FolderList::save(const Contents& contents) {
     nlohmann::json json;
-    json["folders"] = list;
+    json["folders"] = nlohmann::json::array();
+    for (const auto& folder : contents.folders) json["folders"].push_back(encode(folder));
+    if (!contents.retired.empty()) {
+        json["retired"] = nlohmann::json::array();
+        for (const auto& folder : contents.retired) json["retired"].push_back(encode(folder));
+    }
     makeDirectories(fileSystem_, parentPath(path_), 0700);
     writeFileAtomically(fileSystem_, path_, json.dump(2) + "\n", 0600);
 }
@@ -112,23 +121,37 @@ std::optional<std::pair<WatchedFolder, std::string>> FolderList::folderContainin
     return std::nullopt;
 }
 
-void FolderList::append(const WatchedFolder& folder) {
-    auto all = folders();
-    all.push_back(folder);
-    save(all);
+WatchedFolder FolderList::append(WatchedFolder folder) {
+    auto contents = load();
+    auto earlier = std::find_if(contents.retired.begin(), contents.retired.end(),
+                                [&](const WatchedFolder& retired) { return retired.path == folder.path; });
+    if (earlier != contents.retired.end()) {
+        folder.id = earlier->id;
+        contents.retired.erase(earlier);
+    }
+    contents.folders.push_back(folder);
+    save(contents);
+    return folder;
 }
 
 void FolderList::replace(const WatchedFolder& folder) {
-    auto all = folders();
-    for (auto& existing : all)
+    auto contents = load();
+    for (auto& existing : contents.folders)
         if (existing.id == folder.id) existing = folder;
-    save(all);
+    save(contents);
 }
 
-void FolderList::remove(const std::string& id) {
-    auto all = folders();
-    std::erase_if(all, [&](const WatchedFolder& folder) { return folder.id == id; });
-    save(all);
+void FolderList::remove(const std::string& id, bool keepHistory) {
+    auto contents = load();
+    auto found = std::find_if(contents.folders.begin(), contents.folders.end(),
+                              [&](const WatchedFolder& folder) { return folder.id == id; });
+    if (found == contents.folders.end()) return;
+    if (keepHistory) {
+        std::erase_if(contents.retired, [&](const WatchedFolder& retired) { return retired.path == found->path; });
+        contents.retired.push_back(*found);
+    }
+    contents.folders.erase(found);
+    save(contents);
 }
 
 }  // namespace vosklin

@@ -29,12 +29,22 @@ public:
     // The watched folder whose root contains `path` (or is it), with the path below the root.
     std::optional<std::pair<WatchedFolder, std::string>> folderContaining(const std::string& path);
 
-    void append(const WatchedFolder& folder);
+    // Adds a folder. A folder removed earlier with its history kept, at the same
+    // path, takes its old id back, so its history is found again.
+    WatchedFolder append(WatchedFolder folder);
     void replace(const WatchedFolder& folder);
-    void remove(const std::string& id);
+    // Removes a folder from the list. With `keepHistory` its id and path are
+    // remembered (as a retired entry) for a later append of the same path.
+    void remove(const std::string& id, bool keepHistory);
+    std::vector<WatchedFolder> retired();
 
 private:
-    void save(const std::vector<WatchedFolder>& folders);
+    struct Contents {
+        std::vector<WatchedFolder> folders;
+        std::vector<WatchedFolder> retired;
+    };
+    Contents load();
+    void save(const Contents& contents);
     std::string canonical(const std::string& path);
 
     std::string path_;

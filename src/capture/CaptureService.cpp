@@ -10,9 +10,17 @@
 
 namespace vosklin {
 
-// A unit whose payload is in its slot with its sidecar, waiting to be recorded.
-struct CaptureService::Prepared {
+// One unit on its way through a batch.
+struct CaptureService::Candidate {
     std::size_t resultIndex = 0;
+    CaptureRequest request;
+    double at = 0;
+    std::string relativePath;
+    std::optional<SettleGate::Probe> probe;
+    std::optional<std::uint64_t> previousInode;  // the row's inode before this capture refreshed it
+    bool hadRow = false;
+    TrackedFile file;
+    std::optional<StoredVersion> latest;
     NewVersion version;
     std::string slotRelativePath;
 };
@@ -21,11 +29,11 @@ namespace {
 
 constexpr double replacementAge = 120;  // seconds; a swapped-in file older than this is a replacement
 
-std::string canonicalRoot(FileSystem& fileSystem, const std::string& root) {
+void removeSlotQuietly(VersionStoreLayout& layout, const std::string& slot) {
     try {
-        return fileSystem.resolvedPath(absolutePath(root));
+        layout.removeSlot(slot);
     } catch (const FileSystemError&) {
-        return absolutePath(root);
+        // The orphan sweep takes what is left.
     }
 }
 
@@ -40,147 +48,197 @@ CaptureService::CaptureService(VersionCatalog& catalog, VersionStoreLayout& layo
       verifier_(verifier),
       fileSystem_(fileSystem) {}
 
-std::optional<CaptureOutcome> CaptureService::prepare(const CaptureRequest& request, double at, Prepared& prepared) {
+const std::string& CaptureService::canonicalRoot(const std::string& root) {
+    auto found = canonicalRoots_.find(root);
+    if (found != canonicalRoots_.end()) return found->second;
+    std::string canonical;
+    try {
+        canonical = fileSystem_.resolvedPath(absolutePath(root));
+    } catch (const FileSystemError&) {
+        canonical = absolutePath(root);
+    }
+    return canonicalRoots_.emplace(root, canonical).first->second;
+}
+
+std::optional<CaptureOutcome> CaptureService::check(const CaptureRequest& request, Candidate& candidate) {
     const std::string& unit = request.unit;
     if (!fileSystem_.status(unit)) return CaptureOutcome::skipped(CaptureSkipReason::missing);
     auto link = fileSystem_.linkStatus(unit);
     if (!link) return CaptureOutcome::skipped(CaptureSkipReason::missing);
     if (link->isSymlink()) return CaptureOutcome::skipped(CaptureSkipReason::symlink);
     if (cloudGuard_.isPlaceholder(unit)) return CaptureOutcome::skipped(CaptureSkipReason::cloudPlaceholder);
-
-    std::string relativePath;
     const std::string resolved = resolveParentLinks(fileSystem_, unit);
-    if (!relativeTo(canonicalRoot(fileSystem_, request.folderRoot), resolved, relativePath))
+    if (!relativeTo(canonicalRoot(request.folderRoot), resolved, candidate.relativePath))
         return CaptureOutcome::skipped(CaptureSkipReason::outsideRoot);
+    candidate.probe = SettleGate::probe(fileSystem_, unit);
+    if (auto row = catalog_.fileAtPath(request.folderID, candidate.relativePath)) {
+        candidate.hadRow = true;
+        candidate.previousInode = row->inode;
+    }
+    return std::nullopt;
+}
 
-    const auto probe = SettleGate::probe(fileSystem_, unit);
-    const std::string extension = pathExtension(resolved);
-    const std::optional<std::string> fileExtension =
-        extension.empty() ? std::nullopt : std::optional<std::string>(extension);
-
-    const TrackedFile before = catalog_.fileAtPath(request.folderID, relativePath).value_or(TrackedFile{});
-    const TrackedFile file = catalog_.trackFileForCapture(
-        request.folderID, relativePath, probe ? std::optional<std::uint64_t>(probe->inode) : std::nullopt,
-        request.isPackage, fileExtension, at);
-
+std::optional<CaptureOutcome> CaptureService::writePayload(Candidate& candidate) {
+    const CaptureRequest& request = candidate.request;
     WrittenPayload payload;
     try {
-        payload = writer_.write(file.id, at, unit, request.isPackage);
+        payload = writer_.write(candidate.file.id, candidate.at, request.unit, request.isPackage);
     } catch (const CloneError& error) {
-        // Deleted between the checks above and the copy: a skip like any other vanished file.
+        // Deleted between the checks and the copy: a skip like any other vanished file.
         if (error.kind() == CloneError::Kind::sourceMissing || error.code() == ENOENT)
             return CaptureOutcome::skipped(CaptureSkipReason::missing);
         throw;
     }
-
-    const auto latest = catalog_.newestVersion(file.id);
-    if (latest && latest->digest == payload.digest) {
-        try {
-            layout_.removeSlot(payload.slot.relativePath);
-        } catch (const FileSystemError&) {
-            // Still unchanged; the orphan sweep takes what is left.
-        }
-        return CaptureOutcome::unchanged(latest->id);
+    if (candidate.latest && candidate.latest->digest == payload.digest) {
+        removeSlotQuietly(layout_, payload.slot.relativePath);
+        return CaptureOutcome::unchanged(candidate.latest->id);
     }
-
+    const auto& probe = candidate.probe;
     // A file swapped for another, older file (dragged over it from elsewhere),
     // as opposed to an application's save-by-rename, whose new file is seconds old.
-    const bool isReplacement = request.source == CaptureSource::watcher && probe && before.id != 0 &&
-                               before.inode && *before.inode != probe->inode &&
-                               probe->modifiedAt < at - replacementAge;
-
+    const bool isReplacement = request.source == CaptureSource::watcher && probe && candidate.hadRow &&
+                               candidate.previousInode && *candidate.previousInode != probe->inode &&
+                               probe->modifiedAt < candidate.at - replacementAge;
     try {
-        prepared.version.fileID = file.id;
-        prepared.version.capturedAt = at;
-        prepared.version.digest = payload.digest;
-        prepared.version.logicalBytes = digest_.logicalSize(payload.payloadPath, request.isPackage);
-        prepared.version.slot = payload.slot.relativePath;
-        prepared.version.payloadName = payload.payloadName;
-        prepared.version.method = payload.clone.method;
-        prepared.version.isVerified = verifier_.isVerified(payload.payloadPath, request.isPackage);
-        prepared.version.source = request.source;
-        prepared.version.batchID = request.batchID;
-        prepared.version.isReplacement = isReplacement;
-        prepared.slotRelativePath = payload.slot.relativePath;
+        NewVersion& version = candidate.version;
+        version.fileID = candidate.file.id;
+        version.capturedAt = candidate.at;
+        version.digest = payload.digest;
+        version.logicalBytes = digest_.logicalSize(payload.payloadPath, request.isPackage);
+        version.slot = payload.slot.relativePath;
+        version.payloadName = payload.payloadName;
+        version.method = payload.clone.method;
+        version.isVerified = verifier_.isVerified(payload.payloadPath, request.isPackage);
+        version.source = request.source;
+        version.batchID = request.batchID;
+        version.isReplacement = isReplacement;
+        candidate.slotRelativePath = payload.slot.relativePath;
 
         VersionSidecar sidecar;
-        sidecar.originalPath = unit;
-        sidecar.capturedAt = at;
+        sidecar.originalPath = request.unit;
+        sidecar.capturedAt = candidate.at;
         sidecar.digest = payload.digest;
-        sidecar.logicalBytes = prepared.version.logicalBytes;
+        sidecar.logicalBytes = version.logicalBytes;
         sidecar.method = payload.clone.method;
-        sidecar.verified = prepared.version.isVerified;
+        sidecar.verified = version.isVerified;
         sidecar.payloadName = payload.payloadName;
         sidecar.write(fileSystem_, payload.slot.directory);
     } catch (...) {
-        try {
-            layout_.removeSlot(payload.slot.relativePath);
-        } catch (const FileSystemError&) {
-        }
+        removeSlotQuietly(layout_, payload.slot.relativePath);
         throw;
     }
     return std::nullopt;
 }
 
-void CaptureService::flush(std::vector<Prepared>& prepared, std::vector<CaptureResult>& results) {
+void CaptureService::record(std::vector<Candidate*>& prepared, std::vector<CaptureResult>& results) {
     if (prepared.empty()) return;
     try {
         fileSystem_.syncFileSystem(layout_.root());
     } catch (...) {
         // Not durable, so not recorded: the versions are lost, the user's files are not.
-        for (const auto& entry : prepared) {
-            results[entry.resultIndex].error = std::current_exception();
-            try {
-                layout_.removeSlot(entry.slotRelativePath);
-            } catch (const FileSystemError&) {
-            }
+        for (Candidate* candidate : prepared) {
+            results[candidate->resultIndex].error = std::current_exception();
+            removeSlotQuietly(layout_, candidate->slotRelativePath);
         }
-        prepared.clear();
         return;
     }
-    for (const auto& entry : prepared) {
-        try {
-            results[entry.resultIndex].outcome = CaptureOutcome::stored(catalog_.recordVersion(entry.version));
-        } catch (...) {
-            results[entry.resultIndex].error = std::current_exception();
+    std::vector<NewVersion> versions;
+    for (Candidate* candidate : prepared) versions.push_back(candidate->version);
+    try {
+        auto stored = catalog_.recordVersions(versions);
+        for (std::size_t i = 0; i < prepared.size(); ++i)
+            results[prepared[i]->resultIndex].outcome = CaptureOutcome::stored(stored[i]);
+    } catch (...) {
+        // Find the one that fails; record the others each on its own.
+        for (Candidate* candidate : prepared) {
+            try {
+                results[candidate->resultIndex].outcome =
+                    CaptureOutcome::stored(catalog_.recordVersion(candidate->version));
+            } catch (...) {
+                results[candidate->resultIndex].error = std::current_exception();
+            }
         }
     }
-    prepared.clear();
+}
+
+void CaptureService::captureRun(const std::vector<CaptureRequest>& requests, const std::function<double()>& instant,
+                                std::vector<CaptureResult>& results) {
+    // Phase 1: checks, then every file row in one transaction.
+    std::vector<Candidate> candidates;
+    candidates.reserve(requests.size());
+    for (const auto& request : requests) {
+        results.push_back({request, std::nullopt, nullptr});
+        Candidate candidate;
+        candidate.resultIndex = results.size() - 1;
+        candidate.request = request;
+        candidate.at = instant();
+        try {
+            if (auto outcome = check(request, candidate)) results.back().outcome = *outcome;
+            else candidates.push_back(std::move(candidate));
+        } catch (...) {
+            results.back().error = std::current_exception();
+        }
+    }
+    if (candidates.empty()) return;
+    try {
+        std::vector<FileToTrack> files;
+        for (const auto& candidate : candidates) {
+            const std::string extension = pathExtension(candidate.relativePath);
+            files.push_back({candidate.request.folderID, candidate.relativePath,
+                             candidate.probe ? std::optional<std::uint64_t>(candidate.probe->inode) : std::nullopt,
+                             candidate.request.isPackage,
+                             extension.empty() ? std::nullopt : std::optional<std::string>(extension), candidate.at});
+        }
+        auto tracked = catalog_.trackFilesForCapture(files);
+        for (std::size_t i = 0; i < candidates.size(); ++i) {
+            candidates[i].file = tracked[i];
+            candidates[i].latest = catalog_.newestVersion(tracked[i].id);
+        }
+    } catch (...) {
+        for (const auto& candidate : candidates) results[candidate.resultIndex].error = std::current_exception();
+        return;
+    }
+
+    // Phase 2: payloads, digests, sidecars.
+    std::vector<Candidate*> prepared;
+    for (auto& candidate : candidates) {
+        try {
+            if (auto outcome = writePayload(candidate)) results[candidate.resultIndex].outcome = *outcome;
+            else prepared.push_back(&candidate);
+        } catch (...) {
+            results[candidate.resultIndex].error = std::current_exception();
+        }
+    }
+
+    // Phase 3: durable, then recorded.
+    record(prepared, results);
 }
 
 std::vector<CaptureResult> CaptureService::captureBatch(const std::vector<CaptureRequest>& requests,
                                                         const std::function<double()>& instant) {
     std::lock_guard guard(lock_);
+    canonicalRoots_.clear();  // a root may have been moved or relinked since the last batch
     std::vector<CaptureResult> results;
     results.reserve(requests.size());
-    std::vector<Prepared> prepared;
-    std::set<std::string> unitsInFlight;
-    bool layoutReady = false;
-    for (const auto& request : requests) {
-        // A unit twice in one batch: record the first before comparing the second with it.
-        if (unitsInFlight.count(request.unit)) {
-            flush(prepared, results);
-            unitsInFlight.clear();
-        }
-        results.push_back({request, std::nullopt, nullptr});
-        try {
-            if (!layoutReady) {
-                layout_.prepareDirectories();
-                layoutReady = true;
-            }
-            Prepared entry;
-            entry.resultIndex = results.size() - 1;
-            if (auto outcome = prepare(request, instant(), entry)) {
-                results.back().outcome = *outcome;
-            } else {
-                prepared.push_back(std::move(entry));
-                unitsInFlight.insert(request.unit);
-            }
-        } catch (...) {
-            results.back().error = std::current_exception();
-        }
+    try {
+        layout_.prepareDirectories();
+    } catch (...) {
+        for (const auto& request : requests) results.push_back({request, std::nullopt, std::current_exception()});
+        return results;
     }
-    flush(prepared, results);
+    // Split into runs of distinct units: a repeated unit is compared with its first capture.
+    std::vector<CaptureRequest> run;
+    std::set<std::string> units;
+    for (const auto& request : requests) {
+        if (units.count(request.unit)) {
+            captureRun(run, instant, results);
+            run.clear();
+            units.clear();
+        }
+        run.push_back(request);
+        units.insert(request.unit);
+    }
+    captureRun(run, instant, results);
     return results;
 }
 

@@ -2,6 +2,7 @@
 
 #include <exception>
 #include <functional>
+#include <map>
 #include <mutex>
 #include <vector>
 
@@ -35,8 +36,12 @@ struct CaptureResult {
 // replacement and verification flags, write the sidecar, and record the
 // version and the file's newest digest in one transaction.
 //
-// Durability: before a version row is written, its payload is on disk. A batch
-// pays for that once (syncfs of the store) rather than once per file.
+// A batch runs in three phases, each unit keeping the steps and outcomes
+// above: the checks and the file rows (one transaction for the batch), then
+// the payloads and sidecars, then one syncfs of the store and the version rows
+// (one transaction). So a version row never exists before its payload is on
+// disk, and a batch pays for that once rather than once per file. A unit
+// that appears twice in a batch is compared against its first capture.
 //
 // Failure: capture() throws what stopped it (a skip is not a failure). A
 // payload whose sidecar could not be written is removed; one whose row could
@@ -53,9 +58,14 @@ public:
                                             const std::function<double()>& instant);
 
 private:
-    struct Prepared;
-    std::optional<CaptureOutcome> prepare(const CaptureRequest& request, double at, Prepared& prepared);
-    void flush(std::vector<Prepared>& prepared, std::vector<CaptureResult>& results);
+    struct Candidate;
+    // One run of requests with distinct units, through all three phases.
+    void captureRun(const std::vector<CaptureRequest>& requests, const std::function<double()>& instant,
+                    std::vector<CaptureResult>& results);
+    std::optional<CaptureOutcome> check(const CaptureRequest& request, Candidate& candidate);
+    std::optional<CaptureOutcome> writePayload(Candidate& candidate);
+    void record(std::vector<Candidate*>& prepared, std::vector<CaptureResult>& results);
+    const std::string& canonicalRoot(const std::string& root);
 
     VersionCatalog& catalog_;
     VersionStoreLayout& layout_;
@@ -65,6 +75,7 @@ private:
     CloudFileGuard cloudGuard_;
     FileSystem& fileSystem_;
     std::mutex lock_;
+    std::map<std::string, std::string> canonicalRoots_;  // folder root -> with links resolved, per batch
 };
 
 }  // namespace vosklin

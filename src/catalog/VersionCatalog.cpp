@@ -122,19 +122,30 @@ TrackedFile VersionCatalog::upsertFile(const std::string& folderID, const std::s
     return fileAtPathLocked(folderID, relativePath).value();
 }
 
+TrackedFile VersionCatalog::trackLocked(const FileToTrack& file) {
+    // The event must be written while the tombstone is still there to be seen.
+    database_.run(
+        "INSERT INTO file_events (file_id, folder_id, at, kind)\nSELECT id, folder_id, ?, 'appeared' FROM files\n"
+        "WHERE folder_id = ? AND rel_path = ? AND deleted_at IS NOT NULL",
+        {file.at, file.folderID, file.relativePath});
+    upsertFileRow(database_, file.folderID, file.relativePath, file.inode, file.isPackage, file.fileExtension);
+    return fileAtPathLocked(file.folderID, file.relativePath).value();
+}
+
 TrackedFile VersionCatalog::trackFileForCapture(const std::string& folderID, const std::string& relativePath,
                                                 std::optional<std::uint64_t> inode, bool isPackage,
                                                 const std::optional<std::string>& fileExtension, double at) {
+    return trackFilesForCapture({{folderID, relativePath, inode, isPackage, fileExtension, at}}).front();
+}
+
+std::vector<TrackedFile> VersionCatalog::trackFilesForCapture(const std::vector<FileToTrack>& files) {
     Guard guard(lock_);
-    database_.transaction([&] {
-        // The event must be written while the tombstone is still there to be seen.
-        database_.run(
-            "INSERT INTO file_events (file_id, folder_id, at, kind)\nSELECT id, folder_id, ?, 'appeared' FROM files\n"
-            "WHERE folder_id = ? AND rel_path = ? AND deleted_at IS NOT NULL",
-            {at, folderID, relativePath});
-        upsertFileRow(database_, folderID, relativePath, inode, isPackage, fileExtension);
+    return database_.transaction([&] {
+        std::vector<TrackedFile> tracked;
+        tracked.reserve(files.size());
+        for (const auto& file : files) tracked.push_back(trackLocked(file));
+        return tracked;
     });
-    return fileAtPathLocked(folderID, relativePath).value();
 }
 
 std::optional<TrackedFile> VersionCatalog::file(std::int64_t id) {
@@ -242,14 +253,28 @@ std::int64_t VersionCatalog::insertVersion(const NewVersion& version) {
     return database_.transaction([&] { return insertVersionLocked(version); });
 }
 
-StoredVersion VersionCatalog::recordVersion(const NewVersion& version) {
+StoredVersion VersionCatalog::recordVersion(const NewVersion& version) { return recordVersions({version}).front(); }
+
+std::vector<StoredVersion> VersionCatalog::recordVersions(const std::vector<NewVersion>& versions) {
     Guard guard(lock_);
-    std::int64_t id = database_.transaction([&] {
-        std::int64_t inserted = insertVersionLocked(version);
-        database_.run("UPDATE files SET last_digest = ? WHERE id = ?", {version.digest, integer(version.fileID)});
+    std::vector<std::int64_t> ids = database_.transaction([&] {
+        std::vector<std::int64_t> inserted;
+        inserted.reserve(versions.size());
+        for (const auto& version : versions) {
+            inserted.push_back(insertVersionLocked(version));
+            database_.run("UPDATE files SET last_digest = ? WHERE id = ?", {version.digest, integer(version.fileID)});
+        }
         return inserted;
     });
-    return versionLocked(id).value();
+    // The rows are exactly what was inserted: build them rather than read each one back.
+    std::vector<StoredVersion> stored;
+    stored.reserve(versions.size());
+    for (std::size_t i = 0; i < versions.size(); ++i) {
+        const NewVersion& v = versions[i];
+        stored.push_back({ids[i], v.fileID, v.capturedAt, v.digest, v.logicalBytes, v.slot, v.payloadName, v.method,
+                          v.isVerified, false, v.source, v.batchID, v.isReplacement});
+    }
+    return stored;
 }
 
 std::optional<StoredVersion> VersionCatalog::versionLocked(std::int64_t id) {

@@ -22,6 +22,16 @@
 
 namespace vosklin {
 
+// A file a capture is about to write a version of.
+struct FileToTrack {
+    std::string folderID;
+    std::string relativePath;
+    std::optional<std::uint64_t> inode;
+    bool isPackage = false;
+    std::optional<std::string> fileExtension;
+    double at = 0;  // the capture instant: an "appeared" event takes it
+};
+
 struct NewestVersionSummary {
     double capturedAt = 0;
     std::int64_t logicalBytes = 0;
@@ -60,6 +70,8 @@ public:
     TrackedFile trackFileForCapture(const std::string& folderID, const std::string& relativePath,
                                     std::optional<std::uint64_t> inode, bool isPackage,
                                     const std::optional<std::string>& fileExtension, double at);
+    // trackFileForCapture for several files in one transaction, in order.
+    std::vector<TrackedFile> trackFilesForCapture(const std::vector<FileToTrack>& files);
     std::optional<TrackedFile> file(std::int64_t id);
     // As file(), but CatalogError::fileNotFound when there is no row.
     TrackedFile requireFile(std::int64_t id);
@@ -77,6 +89,8 @@ public:
     std::int64_t insertVersion(const NewVersion& version);
     // Insert and move the file's last_digest, in one transaction; returns the stored row.
     StoredVersion recordVersion(const NewVersion& version);
+    // recordVersion for several versions in one transaction: all are recorded, or none.
+    std::vector<StoredVersion> recordVersions(const std::vector<NewVersion>& versions);
     std::optional<StoredVersion> version(std::int64_t id);
     std::vector<StoredVersion> versionsOfFile(std::int64_t fileID, std::int64_t limit, std::int64_t offset = 0);
     std::optional<StoredVersion> newestVersion(std::int64_t fileID);
@@ -161,6 +175,7 @@ private:
     std::optional<TrackedFile> fileAtPathLocked(const std::string& folderID, const std::string& relativePath);
     std::optional<StoredVersion> versionLocked(std::int64_t id);
     std::int64_t insertVersionLocked(const NewVersion& version);
+    TrackedFile trackLocked(const FileToTrack& file);
     void stageLocked(const std::vector<std::int64_t>& versionIDs);
     std::vector<std::string> slotsOfFolderLocked(const std::string& folderID);
 

@@ -20,13 +20,14 @@ std::string uniqueSiblingName(const std::string& path, std::string_view tag) {
     return path + "." + std::string(tag) + "-" + hex;
 }
 
-void writeFileAtomically(FileSystem& fileSystem, const std::string& path, std::string_view contents, mode_t mode) {
+void writeFileAtomically(FileSystem& fileSystem, const std::string& path, std::string_view contents, mode_t mode,
+                         Durability durability) {
     const std::string temporary = uniqueSiblingName(path, "tmp");
     try {
         {
             UniqueFd file = fileSystem.createExclusive(temporary, mode);
             fileSystem.writeAll(file.get(), contents.data(), contents.size());
-            fileSystem.syncFile(file.get());
+            if (durability == Durability::synced) fileSystem.syncFile(file.get());
         }
         fileSystem.rename(temporary, path);
     } catch (...) {
@@ -37,7 +38,7 @@ void writeFileAtomically(FileSystem& fileSystem, const std::string& path, std::s
         }
         throw;
     }
-    fileSystem.syncDirectory(parentPath(path));
+    if (durability == Durability::synced) fileSystem.syncDirectory(parentPath(path));
 }
 
 }  // namespace vosklin

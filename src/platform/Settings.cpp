@@ -1,5 +1,7 @@
 #include "platform/Settings.h"
 
+#include <stdexcept>
+
 #include "platform/AtomicFile.h"
 #include "platform/FileSystemError.h"
 #include "platform/PathNames.h"
@@ -23,19 +25,23 @@ void Settings::logMalformedOnce(const std::string& key, const std::string& why) 
         logger_.error("Setting " + key + " in " + path_ + " is " + why + "; using its default");
 }
 
-nlohmann::json Settings::load() {
+nlohmann::json Settings::load(bool* damaged) {
     std::string text;
     try {
         UniqueFd file = fileSystem_.openForReading(path_);
         char buffer[8192];
         while (std::size_t count = fileSystem_.read(file.get(), buffer, sizeof buffer)) text.append(buffer, count);
     } catch (const FileSystemError& error) {
-        if (error.errorNumber() != ENOENT) logMalformedOnce("(file)", std::string("unreadable: ") + error.what());
+        if (error.errorNumber() != ENOENT) {
+            logMalformedOnce("(file)", std::string("unreadable: ") + error.what());
+            if (damaged) *damaged = true;
+        }
         return nlohmann::json::object();
     }
     auto json = nlohmann::json::parse(text, nullptr, false);
     if (json.is_discarded() || !json.is_object()) {
         logMalformedOnce("(file)", "not a JSON object");
+        if (damaged) *damaged = true;
         return nlohmann::json::object();
     }
     return json;
@@ -79,7 +85,10 @@ std::optional<std::vector<std::string>> Settings::strings(const std::string& key
 
 void Settings::set(const std::string& key, const nlohmann::json& value) {
     std::lock_guard guard(lock_);
-    auto json = load();
+    bool damaged = false;
+    auto json = load(&damaged);
+    if (damaged)
+        throw std::runtime_error("The settings file " + path_ + " is damaged; fix or move it aside, nothing was changed");
     if (value.is_null()) json.erase(key);
     else json[key] = value;
     makeDirectories(fileSystem_, parentPath(path_), 0700);

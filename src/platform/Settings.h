@@ -35,11 +35,14 @@ public:
     std::optional<bool> flag(const std::string& key);
     std::optional<std::vector<std::string>> strings(const std::string& key);
 
-    // Sets one key, keeping the others; a null value removes the key.
+    // Sets one key, keeping the others; a null value removes the key. A
+    // settings file that cannot be read or parsed is refused (std::runtime_error)
+    // rather than replaced, so the user's other settings are never lost.
     void set(const std::string& key, const nlohmann::json& value);
 
 private:
-    nlohmann::json load();
+    // The settings object; `damaged` is set when the file exists but is not one.
+    nlohmann::json load(bool* damaged = nullptr);
     void logMalformedOnce(const std::string& key, const std::string& why);
 
     std::string path_;

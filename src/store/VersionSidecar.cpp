@@ -46,7 +46,7 @@ VersionSidecar VersionSidecar::decode(std::string_view text) {
 }
 
 void VersionSidecar::write(FileSystem& fileSystem, const std::string& slotDirectory) const {
-    writeFileAtomically(fileSystem, joinPath(slotDirectory, fileName), encode(), 0600);
+    writeFileAtomically(fileSystem, joinPath(slotDirectory, fileName), encode(), 0600, Durability::deferred);
 }
 
 VersionSidecar VersionSidecar::read(FileSystem& fileSystem, const std::string& slotDirectory) {

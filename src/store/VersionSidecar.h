@@ -39,6 +39,7 @@ struct VersionSidecar {
     static VersionSidecar decode(std::string_view json);
 
     // Writes slotDirectory + "/vosklin-version.json" atomically; errors are thrown.
+    // Not synced: the capture makes its whole batch of slots durable at once.
     void write(FileSystem& fileSystem, const std::string& slotDirectory) const;
     static VersionSidecar read(FileSystem& fileSystem, const std::string& slotDirectory);
 

@@ -107,20 +107,22 @@ TEST_F(FolderAdmissionTest, SystemRootsAndTheHomeFolderAreReserved) {
 }
 
 TEST_F(FolderAdmissionTest, HomeFolderReachedThroughALinkIsStillTheHomeFolder) {
-    // Fails today: FolderAdmission.cpp compares the resolved folder with the
-    // home path exactly as given, so a $HOME that goes through a symbolic link
-    // (an automounted /home, /home -> /var/home) lets the whole home folder,
-    // and its .cache, be watched.
+    // The folder is compared by its real path, so the home folder must be too:
+    // a $HOME that goes through a symbolic link (an automounted /home,
+    // /home -> /var/home) or ends in a slash must not let the whole home
+    // folder, or its .cache, be watched.
     const std::string realHome = makeFolder("users/ann");
     fs::create_directories(realHome + "/.cache");
     fs::create_directory_symlink(place / "users", place / "home");
-    FolderAdmission linkedHome(fileSystem, locator, place / "home/ann");
-    for (const std::string& path : {realHome, realHome + "/.cache"}) {
-        try {
-            linkedHome.admit(path, CaptureMode::automatic, {});
-            ADD_FAILURE() << path << " was admitted";
-        } catch (const FolderListError& error) {
-            EXPECT_EQ(error.kind(), Kind::reservedRoot) << path;
+    for (const std::string& homeVariable : {place / "home/ann", realHome + "/"}) {
+        FolderAdmission admitting(fileSystem, locator, homeVariable);
+        for (const std::string& path : {realHome, realHome + "/.cache"}) {
+            try {
+                admitting.admit(path, CaptureMode::automatic, {});
+                ADD_FAILURE() << path << " was admitted with HOME=" << homeVariable;
+            } catch (const FolderListError& error) {
+                EXPECT_EQ(error.kind(), Kind::reservedRoot) << path << " with HOME=" << homeVariable;
+            }
         }
     }
 }

@@ -69,7 +69,8 @@ TEST_F(PayloadWriterTest, NoSlotSurvivesAFailedPayload) {
     fileSystem.fail(FaultyFileSystem::Operation::read, EIO, 1, "versions/");
     EXPECT_THROW(writer.write(5, 1'740'839'525, source, false), std::exception);
     EXPECT_EQ(slotsOnDisk(), 0u);
-    EXPECT_TRUE(std::filesystem::exists(directory / "store/versions/05/5")) << "only the slot itself goes";
+    EXPECT_FALSE(std::filesystem::exists(directory / "store/versions/05/5")) << "nor the file's emptied directory";
+    EXPECT_TRUE(std::filesystem::exists(directory / "store/versions/05")) << "the shared level stays";
 }
 
 }  // namespace
