@@ -51,9 +51,7 @@ FolderList::FolderList(std::string path, FileSystem& fileSystem) : path_(std::mo
 FolderList::Contents FolderList::load() {
     std::string text;
     try {
-        UniqueFd file = fileSystem_.openForReading(path_);
-        char buffer[8192];
-        while (std::size_t count = fileSystem_.read(file.get(), buffer, sizeof buffer)) text.append(buffer, count);
+        text = readWholeFile(fileSystem_, path_);
     } catch (const FileSystemError& error) {
         if (error.errorNumber() == ENOENT) return {};
         throw FolderListError(FolderListError::Kind::malformedList,

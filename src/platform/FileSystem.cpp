@@ -32,6 +32,14 @@ std::string resolveParentLinks(FileSystem& fileSystem, const std::string& path) 
     }
 }
 
+std::string readWholeFile(FileSystem& fileSystem, const std::string& path) {
+    UniqueFd file = fileSystem.openForReading(path);
+    std::string text;
+    char buffer[8192];
+    while (std::size_t count = fileSystem.read(file.get(), buffer, sizeof buffer)) text.append(buffer, count);
+    return text;
+}
+
 void removeAll(FileSystem& fileSystem, const std::string& path) {
     auto status = fileSystem.linkStatus(path);
     if (!status) return;

@@ -91,6 +91,8 @@ void makeDirectories(FileSystem& fileSystem, const std::string& path, mode_t mod
 // the last component left as it is (a link stays a link). Parents that no
 // longer exist are kept as written.
 std::string resolveParentLinks(FileSystem& fileSystem, const std::string& path);
+// The whole contents of a (small) file; failures are thrown.
+std::string readWholeFile(FileSystem& fileSystem, const std::string& path);
 // rm -rf without following links. Nothing at the path is not an error.
 void removeAll(FileSystem& fileSystem, const std::string& path);
 

@@ -28,9 +28,7 @@ void Settings::logMalformedOnce(const std::string& key, const std::string& why) 
 nlohmann::json Settings::load(bool* damaged) {
     std::string text;
     try {
-        UniqueFd file = fileSystem_.openForReading(path_);
-        char buffer[8192];
-        while (std::size_t count = fileSystem_.read(file.get(), buffer, sizeof buffer)) text.append(buffer, count);
+        text = readWholeFile(fileSystem_, path_);
     } catch (const FileSystemError& error) {
         if (error.errorNumber() != ENOENT) {
             logMalformedOnce("(file)", std::string("unreadable: ") + error.what());

@@ -50,11 +50,7 @@ void VersionSidecar::write(FileSystem& fileSystem, const std::string& slotDirect
 }
 
 VersionSidecar VersionSidecar::read(FileSystem& fileSystem, const std::string& slotDirectory) {
-    UniqueFd file = fileSystem.openForReading(joinPath(slotDirectory, fileName));
-    std::string text;
-    char buffer[4096];
-    while (std::size_t count = fileSystem.read(file.get(), buffer, sizeof buffer)) text.append(buffer, count);
-    return decode(text);
+    return decode(readWholeFile(fileSystem, joinPath(slotDirectory, fileName)));
 }
 
 }  // namespace vosklin

@@ -7,9 +7,7 @@
 #include <filesystem>
 
 #include "store/VersionSidecar.h"
-#include "support/FaultyFileSystem.h"
-#include "support/ManualClock.h"
-#include "support/RecordingLogger.h"
+#include "support/CaptureStack.h"
 #include "support/TempDirectory.h"
 
 namespace vosklin {
@@ -53,19 +51,11 @@ protected:
     TempDirectory directory;
     const std::string root = directory / "Documents";
     const std::string folder = "F0000000-0000-4000-8000-000000000001";
-    FaultyFileSystem fileSystem;
-    test::ManualClock clock;
-    test::RecordingLogger logger;
-    VersionStoreLayout layout{directory / "store", fileSystem};
-    VersionCatalog catalog{[this] {
-        layout.prepareDirectories();
-        return layout.databasePath();
-    }()};
-    PayloadCloner cloner{fileSystem, clock, logger};
-    PayloadDigest digest{fileSystem};
-    PayloadWriter writer{layout, cloner, digest};
-    PayloadVerifier verifier{fileSystem};
-    CaptureService service{catalog, layout, writer, digest, verifier, fileSystem};
+    test::CaptureStack stack{directory / "store"};
+    FaultyFileSystem& fileSystem = stack.fileSystem;
+    VersionStoreLayout& layout = stack.layout;
+    VersionCatalog& catalog = stack.catalog;
+    CaptureService& service = stack.service;
 };
 
 TEST_F(CaptureServiceTest, StoresThenRecognisesUnchangedContentWithoutKeepingASecondCopy) {

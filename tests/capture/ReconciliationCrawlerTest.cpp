@@ -7,9 +7,7 @@
 #include <algorithm>
 #include <filesystem>
 
-#include "support/FaultyFileSystem.h"
-#include "support/ManualClock.h"
-#include "support/RecordingLogger.h"
+#include "support/CaptureStack.h"
 #include "support/TempDirectory.h"
 
 namespace vosklin {
@@ -38,19 +36,12 @@ protected:
 
     TempDirectory directory;
     WatchedFolder folder;
-    FaultyFileSystem fileSystem;
-    test::ManualClock clock;
-    test::RecordingLogger logger;
-    VersionStoreLayout layout{directory / "store", fileSystem};
-    VersionCatalog catalog{[this] {
-        layout.prepareDirectories();
-        return layout.databasePath();
-    }()};
-    PayloadCloner cloner{fileSystem, clock, logger};
-    PayloadDigest digest{fileSystem};
-    PayloadWriter writer{layout, cloner, digest};
-    PayloadVerifier verifier{fileSystem};
-    CaptureService service{catalog, layout, writer, digest, verifier, fileSystem};
+    test::CaptureStack stack{directory / "store"};
+    FaultyFileSystem& fileSystem = stack.fileSystem;
+    test::ManualClock& clock = stack.clock;
+    test::RecordingLogger& logger = stack.logger;
+    VersionCatalog& catalog = stack.catalog;
+    CaptureService& service = stack.service;
     FolderWalker walker{fileSystem, ExcludeRules::standard({}), PackageKinds()};
     ReconciliationCrawler crawler{catalog, service, walker, fileSystem, clock, logger};
     CrawlCancellation cancellation;
