@@ -11,6 +11,7 @@ packages=(
   nlohmann-json3-dev              # sidecars, settings, --json output
   libcli11-dev                    # the command line
   libsystemd-dev                  # logging to the journal
+  libcpp-httplib-dev              # the daemon's local API
   libgtest-dev libgmock-dev libbenchmark-dev
   xfsprogs                        # reflink XFS images for the clone tests
   util-linux                      # losetup, mount

@@ -6,6 +6,9 @@
 
 #include "app/AppContext.h"
 #include "app/CommandError.h"
+#include "app/DaemonClient.h"
+#include "app/DaemonEndpoint.h"
+#include "app/RunCommand.h"
 #include "app/FolderCommand.h"
 #include "app/ScanCommand.h"
 #include "app/StatusCommand.h"
@@ -89,6 +92,20 @@ int CommandLine::run(int argc, char** argv) {
         ->option_text("FILE");
     cat->footer("An existing FILE is never overwritten.");
 
+    std::vector<std::string> runFolders;
+    bool background = false;
+    auto runDaemon = app.add_subcommand("run", "Record the watched folders live until stopped (the daemon)");
+    runDaemon->add_option("FOLDER", runFolders, "Folders to start watching first (those already watched are kept)");
+    runDaemon->add_flag("--background", background, "Started at login: log to the journal and print nothing");
+    runDaemon->footer("While it runs, 'vosklin snapshot' and 'vosklin scan' go through it. Stop it with Ctrl-C\n"
+                      "or SIGTERM: what has settled is captured first. One daemon per --home.");
+    double settleTimeout = 120;
+    auto settle = app.add_subcommand("settle", "Wait until the daemon has captured every change made so far");
+    settle->add_option("--timeout", settleTimeout, "Give up after SECONDS (exit 1)")->option_text("SECONDS");
+    std::string autostartState;
+    auto autostart = app.add_subcommand("autostart", "Start recording at login (a systemd user unit), or not");
+    autostart->add_option("STATE", autostartState, "on or off")->required();
+
     try {
         app.parse(argc, argv);
     } catch (const CLI::CallForHelp& e) {
@@ -108,8 +125,21 @@ int CommandLine::run(int argc, char** argv) {
     }
 
     try {
-        SystemLogger logger(LogLevel::error);
+        // The daemon tells what it does; a command shows only what went wrong.
+        SystemLogger logger(runDaemon->parsed() ? LogLevel::info : LogLevel::error);
         AppContext context(home, logger);
+        if (runDaemon->parsed()) return RunCommand(context, out_, err_).run(runFolders, background);
+        if (autostart->parsed()) return AutostartCommand(home, out_, err_).run(autostartState);
+        if (settle->parsed()) {
+            auto daemon = DaemonEndpoint::find(context.fileSystem(), context.locator().containerRoot());
+            if (!daemon) throw CommandError("No Vosklin daemon is running for this home ('vosklin run' starts one)");
+            auto answer = DaemonClient(*daemon).call("settle", {{"timeout", settleTimeout}}, settleTimeout + 10);
+            if (!answer.value("settled", false)) {
+                err_ << "vosklin: changes were still settling after " << settleTimeout << " s\n";
+                return 1;
+            }
+            return 0;
+        }
         if (status->parsed()) return StatusCommand(context).run(json, out_, err_);
         FolderCommand folders(context, out_);
         if (folderAdd->parsed()) return folders.add(folderPath, manual, json);

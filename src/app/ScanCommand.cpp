@@ -3,6 +3,8 @@
 #include <cstdio>
 
 #include "app/CommandError.h"
+#include "app/DaemonClient.h"
+#include "app/DaemonEndpoint.h"
 #include "app/InterruptibleRun.h"
 #include "app/JsonRecords.h"
 #include "app/TerminalOutput.h"
@@ -18,6 +20,22 @@ std::string seconds(double value) {
     char text[32];
     std::snprintf(text, sizeof text, "%.1f s", value);
     return text;
+}
+
+CrawlReport crawlReportFrom(const nlohmann::json& json) {
+    CrawlReport report;
+    report.folderID = json.value("folderID", "");
+    report.reason = json.value("reason", "");
+    report.source = captureSourceFromString(json.value("source", "crawl")).value_or(CaptureSource::crawl);
+    for (auto [field, key] : {std::pair{&report.examined, "examined"}, {&report.captured, "captured"},
+                              {&report.unchanged, "unchanged"}, {&report.skipped, "skipped"},
+                              {&report.failed, "failed"}, {&report.renamed, "renamed"},
+                              {&report.tombstoned, "tombstoned"}})
+        *field = json.value(key, std::int64_t(0));
+    report.cancelled = json.value("cancelled", false);
+    report.startedAt = parseInstant(json.value("startedAt", "")).value_or(0);
+    report.finishedAt = parseInstant(json.value("finishedAt", "")).value_or(report.startedAt);
+    return report;
 }
 
 }  // namespace
@@ -43,7 +61,16 @@ CrawlReport ScanCommand::run(const WatchedFolder& folder, const std::string& rea
 
 int ScanCommand::scan(const std::string& folderName, bool json) {
     WatchedFolder folder = context_.folders().require(folderName);
-    CrawlReport report = run(folder, "scan", {}, json);
+    CrawlReport report;
+    if (auto daemon = DaemonEndpoint::find(context_.fileSystem(), context_.locator().containerRoot())) {
+        // The daemon captures, so that its captures and this scan never interleave.
+        nlohmann::json request;
+        putPath(request, "folder", folder.path);
+        auto answer = DaemonClient(*daemon).call("scan", request);
+        report = crawlReportFrom(answer);
+    } else {
+        report = run(folder, "scan", {}, json);
+    }
     if (json) {
         out_ << toJson(report).dump(2) << "\n";
     } else {
@@ -59,25 +86,40 @@ int ScanCommand::scan(const std::string& folderName, bool json) {
 
 int ScanCommand::snapshot(const std::string& folderName, bool json) {
     WatchedFolder folder = context_.folders().require(folderName);
-    CrawlOptions options;
-    options.source = CaptureSource::manual;
-    options.batchID = makeUuid();
-    options.captureEverything = true;
-    CrawlReport report = run(folder, "snapshot", options, json);
+    CrawlReport report;
+    std::string batchID;
+    if (auto daemon = DaemonEndpoint::find(context_.fileSystem(), context_.locator().containerRoot())) {
+        nlohmann::json request;
+        putPath(request, "folder", folder.path);
+        auto answer = DaemonClient(*daemon).call("snapshot", request);
+        report.captured = answer.value("captured", std::int64_t(0));
+        report.tombstoned = answer.value("tombstoned", std::int64_t(0));
+        report.failed = answer.value("failed", std::int64_t(0));
+        report.cancelled = answer.value("cancelled", false);
+        report.startedAt = parseInstant(answer.value("at", "")).value_or(context_.clock().now());
+        batchID = answer.value("batchID", "");
+    } else {
+        CrawlOptions options;
+        options.source = CaptureSource::manual;
+        options.batchID = makeUuid();
+        options.captureEverything = true;
+        report = run(folder, "snapshot", options, json);
+        batchID = *options.batchID;
+    }
     if (json) {
         nlohmann::json object;
         object["folderID"] = folder.id;
         object["captured"] = report.captured;
         object["tombstoned"] = report.tombstoned;
         object["at"] = formatInstant(report.startedAt);
-        object["batchID"] = *options.batchID;
+        object["batchID"] = batchID;
         object["failed"] = report.failed;
         object["cancelled"] = report.cancelled;
         out_ << object.dump(2) << "\n";
     } else {
         out_ << "Snapshot of " << displayableUtf8(folder.path) << " at " << formatLocalTime(report.startedAt)
              << (report.cancelled ? " (stopped early)" : "") << "\n"
-             << "  " << report.captured << " new versions (" << report.unchanged << " files unchanged), "
+             << "  " << report.captured << " new versions, "
              << report.tombstoned << " deleted files noted";
         if (report.failed) out_ << ", " << report.failed << " could not be captured (see the log)";
         out_ << "\n";

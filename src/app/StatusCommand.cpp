@@ -3,6 +3,8 @@
 #include <nlohmann/json.hpp>
 
 #include "app/ByteCount.h"
+#include "app/DaemonClient.h"
+#include "app/DaemonEndpoint.h"
 #include "app/JsonRecords.h"
 #include "app/VosklinVersion.h"
 #include "catalog/CatalogError.h"
@@ -81,6 +83,19 @@ StatusReport StatusCommand::gather() {
 
 int StatusCommand::run(bool json, std::ostream& out, std::ostream& err) {
     StatusReport report = gather();
+    std::optional<DaemonEndpoint> daemon = DaemonEndpoint::find(context_.fileSystem(), context_.locator().containerRoot());
+    nlohmann::json daemonState = {{"running", daemon.has_value()}};
+    if (daemon) {
+        daemonState["pid"] = daemon->pid;
+        daemonState["port"] = daemon->port;
+        try {
+            auto answer = DaemonClient(*daemon).call("status", nlohmann::json::object(), 10);
+            daemonState["stats"] = answer.value("stats", nlohmann::json::object());
+            daemonState["folders"] = answer.value("folders", nlohmann::json::array());
+        } catch (const std::exception& error) {
+            daemonState["error"] = error.what();
+        }
+    }
     const bool usable = report.storeState == StatusReport::StoreState::ready ||
                         report.storeState == StatusReport::StoreState::absent;
     if (json) {
@@ -107,6 +122,7 @@ int StatusCommand::run(bool json, std::ostream& out, std::ostream& err) {
             object["folders"].push_back(folder);
         }
         if (!report.foldersProblem.empty()) object["foldersProblem"] = report.foldersProblem;
+        object["daemon"] = daemonState;
         out << object.dump(2) << "\n";
     } else {
         out << "Vosklin " << vosklinVersion << "\n";
@@ -128,6 +144,21 @@ int StatusCommand::run(bool json, std::ostream& out, std::ostream& err) {
             case StatusReport::StoreState::unavailable:
                 out << " (unavailable)\n";
                 break;
+        }
+        if (daemon) {
+            out << "Daemon:    running (pid " << daemon->pid << ", API on 127.0.0.1:" << daemon->port << ")";
+            if (daemonState.contains("stats")) {
+                const auto& stats = daemonState["stats"];
+                out << "; " << stats.value("stored", 0) << " versions stored, " << stats.value("pending", 0)
+                    << " changes settling" << (stats.value("isCrawling", false) ? ", crawling" : "");
+            }
+            out << "\n";
+            for (const auto& folder : daemonState.value("folders", nlohmann::json::array()))
+                if (folder.value("degraded", false))
+                    out << "           " << folder.value("path", "")
+                        << ": inotify watch limit reached, crawled every 5 minutes instead\n";
+        } else {
+            out << "Daemon:    not running ('vosklin run' records live)\n";
         }
         if (report.folders.empty() && report.foldersProblem.empty())
             out << "Folders:   none watched ('vosklin folder add PATH' adds one)\n";

@@ -82,6 +82,28 @@ void WatchCoordinator::take(const std::vector<FSEventRecord>& records) {
     }
 }
 
+void WatchCoordinator::rename(const std::string& from, const std::string& to) {
+    std::vector<std::string> moving;
+    for (const auto& [path, pending] : pending_) {
+        std::string relative;
+        if (path == from || relativeTo(from, path, relative)) moving.push_back(path);
+    }
+    for (const auto& path : moving) {
+        std::string relative;
+        const std::string moved = path == from ? to : (relativeTo(from, path, relative), joinPath(to, relative));
+        Pending pending = pending_.at(path);
+        pending.unit.path = moved;
+        pending.lastProbe.reset();
+        const std::uint64_t order = arrivalOrder_[path];
+        pending_.erase(path);
+        arrivalOrder_.erase(path);
+        if (!pending_.count(moved)) {
+            pending_.emplace(moved, std::move(pending));
+            arrivalOrder_[moved] = order;
+        }
+    }
+}
+
 std::optional<double> WatchCoordinator::oldestFirstSeen() const {
     std::optional<double> oldest;
     for (const auto& [path, pending] : pending_)

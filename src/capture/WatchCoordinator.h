@@ -63,6 +63,9 @@ public:
     void setTargets(const std::vector<WatchTarget>& targets);
     void take(const std::vector<FSEventRecord>& records);
     std::vector<Released> flush();
+    // A file or folder moved: pending units at or below `from` wait on under `to`,
+    // so a change made just before a rename is not lost.
+    void rename(const std::string& from, const std::string& to);
     // Before Vosklin writes into a watched folder itself: its own events are not captures.
     void suppress(const std::vector<std::string>& paths);
 

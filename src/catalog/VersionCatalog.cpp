@@ -2,6 +2,7 @@
 
 #include "catalog/CatalogError.h"
 #include "catalog/CatalogMigrations.h"
+#include "platform/PathNames.h"
 
 namespace vosklin {
 namespace {
@@ -214,6 +215,55 @@ void VersionCatalog::markDeleted(std::int64_t fileID, double at) {
             "INSERT INTO file_events (file_id, folder_id, at, kind) SELECT id, folder_id, ?, 'deleted' FROM files "
             "WHERE id = ?",
             {at, integer(fileID)});
+    });
+}
+
+void VersionCatalog::markDeletedMany(const std::vector<std::int64_t>& fileIDs, double at) {
+    if (fileIDs.empty()) return;
+    Guard guard(lock_);
+    database_.transaction([&] {
+        for (std::int64_t id : fileIDs) {
+            database_.run("UPDATE files SET deleted_at = ? WHERE id = ?", {at, integer(id)});
+            database_.run(
+                "INSERT INTO file_events (file_id, folder_id, at, kind) SELECT id, folder_id, ?, 'deleted' FROM files "
+                "WHERE id = ?",
+                {at, integer(id)});
+        }
+    });
+}
+
+std::vector<TrackedFile> VersionCatalog::liveFilesAtOrBelow(const std::string& folderID,
+                                                            const std::string& relativePath) {
+    Guard guard(lock_);
+    return queryFiles("SELECT " + fileColumns +
+                          " FROM files WHERE folder_id = ? AND deleted_at IS NULL AND (rel_path = ? OR "
+                          "substr(rel_path, 1, ?) = ?) ORDER BY rel_path",
+                      {folderID, relativePath, integer(std::int64_t(relativePath.size() + 1)), relativePath + "/"});
+}
+
+std::int64_t VersionCatalog::renameTree(const std::string& folderID, const std::string& from, const std::string& to,
+                                        double at) {
+    Guard guard(lock_);
+    return database_.transaction([&] {
+        auto moving = queryFiles("SELECT " + fileColumns +
+                                     " FROM files WHERE folder_id = ? AND deleted_at IS NULL AND (rel_path = ? OR "
+                                     "substr(rel_path, 1, ?) = ?)",
+                                 {folderID, from, integer(std::int64_t(from.size() + 1)), from + "/"});
+        std::int64_t moved = 0;
+        for (const auto& file : moving) {
+            const std::string newPath = to + file.relativePath.substr(from.size());
+            if (fileAtPathLocked(folderID, newPath)) continue;  // taken: the caller captures what is there now
+            std::optional<std::string> extension;
+            if (auto text = pathExtension(newPath); !text.empty()) extension = text;
+            database_.run("UPDATE files SET rel_path = ?, ext = ?, deleted_at = NULL WHERE id = ?",
+                          {newPath, optionalValue(extension), integer(file.id)});
+            database_.run(
+                "INSERT INTO file_events (file_id, folder_id, at, kind, path) SELECT id, folder_id, ?, 'renamed', ? "
+                "FROM files WHERE id = ?",
+                {at, newPath, integer(file.id)});
+            ++moved;
+        }
+        return moved;
     });
 }
 

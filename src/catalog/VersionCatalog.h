@@ -83,6 +83,14 @@ public:
     void recordRename(std::int64_t fileID, const std::string& newPath, const std::optional<std::string>& newExtension,
                       double at);
     void markDeleted(std::int64_t fileID, double at);
+    // Tombstones several files in one transaction ("deleted" event each).
+    void markDeletedMany(const std::vector<std::int64_t>& fileIDs, double at);
+    // The live files at `relativePath` or below it (a deleted or moved folder).
+    std::vector<TrackedFile> liveFilesAtOrBelow(const std::string& folderID, const std::string& relativePath);
+    // A folder moved inside its watched folder: every live file row at `from` or
+    // below follows it to `to`, with a "renamed" event each, in one transaction.
+    // Returns how many rows moved. A row whose new path is already taken is left alone.
+    std::int64_t renameTree(const std::string& folderID, const std::string& from, const std::string& to, double at);
     void markAppeared(std::int64_t fileID, double at);
 
     // --- Versions ------------------------------------------------------------

@@ -1,0 +1,159 @@
+#include "app/RunCommand.h"
+
+#include <pthread.h>
+#include <signal.h>
+#include <unistd.h>
+
+#include <cstdlib>
+
+#include "app/ApiHandlers.h"
+#include "app/CommandError.h"
+#include "app/DaemonEndpoint.h"
+#include "app/LocalApiServer.h"
+#include "bridge/FolderAdmission.h"
+#include "bridge/FolderListError.h"
+#include "capture/CaptureEngine.h"
+#include "platform/AtomicFile.h"
+#include "platform/FileSystemError.h"
+#include "platform/PathJson.h"
+#include "platform/PathNames.h"
+#include "platform/PosixFileSystem.h"
+
+namespace vosklin {
+
+RunCommand::RunCommand(AppContext& context, std::ostream& out, std::ostream& err)
+    : context_(context), out_(out), err_(err) {}
+
+int RunCommand::run(const std::vector<std::string>& folders, bool background) {
+    const std::string container = context_.locator().containerRoot();
+    auto lock = DaemonEndpoint::lock(context_.fileSystem(), container);
+    if (!lock) {
+        auto running = DaemonEndpoint::find(context_.fileSystem(), container);
+        throw CommandError("Vosklin is already running for " + displayableUtf8(container) +
+                           (running ? " (pid " + std::to_string(running->pid) + ")" : std::string()) +
+                           "; stop it first, or use another --home");
+    }
+    if (background) context_.logger().info("Login launch: recording without a window");
+
+    for (const auto& path : folders) {
+        FolderAdmission admission(context_.fileSystem(), context_.locator(), context_.homeDirectory());
+        try {
+            auto folder = context_.folders().append(
+                admission.admit(path, CaptureMode::automatic, context_.folders().folders()));
+            out_ << "Watching " << displayableUtf8(folder.path) << "\n";
+        } catch (const FolderListError& error) {
+            if (error.kind() != FolderListError::Kind::overlapsWatched) throw;
+            // Already watched (or inside a watched folder): recording it is what was asked.
+            if (!context_.folders().folderContaining(path)) throw;
+        }
+    }
+
+    // Signals are taken by this thread alone; every thread started from here inherits the mask.
+    sigset_t signals;
+    sigemptyset(&signals);
+    sigaddset(&signals, SIGINT);
+    sigaddset(&signals, SIGTERM);
+    sigaddset(&signals, SIGHUP);
+    pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+
+    std::unique_ptr<CaptureEngine> engine;
+    try {
+        engine = std::make_unique<CaptureEngine>(
+            CaptureEngine::Collaborators{context_.folders(), context_.catalog(), context_.captureService(),
+                                         context_.layout(), context_.fileSystem(), context_.clock(),
+                                         context_.logger(), context_.settings()},
+            CaptureEngine::TimerPolicy::runLoop, context_.homeDirectory());
+        engine->start();
+    } catch (const std::exception& error) {
+        context_.logger().error(std::string("Capture engine unavailable: ") + error.what());
+        throw CommandError(std::string("Capture engine unavailable: ") + error.what());
+    }
+
+    ApiHandlers handlers(context_, engine.get());
+    DaemonEndpoint endpoint;
+    endpoint.pid = ::getpid();
+    endpoint.token = DaemonEndpoint::makeToken();
+    LocalApiServer server(handlers, endpoint.token);
+    try {
+        endpoint.port = server.start();
+    } catch (const std::exception& error) {
+        engine->stop();
+        throw CommandError(error.what());
+    }
+    endpoint.publish(context_.fileSystem(), container);
+
+    std::size_t recording = 0;
+    for (const auto& folder : context_.folders().folders())
+        if (folder.isRecording()) ++recording;
+    if (!background) {
+        out_ << "Recording " << recording << (recording == 1 ? " folder" : " folders")
+             << " (local API on 127.0.0.1:" << endpoint.port << "). Press Ctrl-C to stop.\n"
+             << std::flush;
+    }
+
+    int signal = 0;
+    sigwait(&signals, &signal);
+    context_.logger().info(std::string("Stopping on ") + (signal == SIGINT ? "SIGINT" : signal == SIGHUP ? "SIGHUP" : "SIGTERM"));
+    server.stop();
+    DaemonEndpoint::withdraw(context_.fileSystem(), container);
+    engine->stop();
+    if (!background) out_ << "Stopped.\n";
+    return 0;
+}
+
+AutostartCommand::AutostartCommand(const std::optional<std::string>& homeOption, std::ostream& out,
+                                   std::ostream& err)
+    : homeOption_(homeOption), out_(out), err_(err) {}
+
+int AutostartCommand::run(const std::string& state) {
+    if (state != "on" && state != "off") throw CommandError("'" + state + "' is neither on nor off");
+    auto config = processEnvironment("XDG_CONFIG_HOME");
+    auto home = processEnvironment("HOME");
+    std::string base = config && isAbsolutePath(*config) ? *config : home ? joinPath(*home, ".config") : "";
+    if (base.empty()) throw CommandError("Cannot tell where systemd user units go: HOME is not set");
+    const std::string directory = joinPath(base, "systemd/user");
+    const std::string unit = joinPath(directory, "vosklin.service");
+    PosixFileSystem fileSystem;
+
+    if (state == "off") {
+        std::system("systemctl --user disable vosklin.service >/dev/null 2>&1");
+        try {
+            fileSystem.removeFile(unit);
+        } catch (const FileSystemError& error) {
+            if (error.errorNumber() != ENOENT) throw;
+        }
+        out_ << "Vosklin no longer starts at login.\n";
+        return 0;
+    }
+
+    std::string binary = fileSystem.resolvedPath("/proc/self/exe");
+    std::string command = binary + " run --background";
+    if (homeOption_) command += " --home " + absolutePath(*homeOption_);
+    else if (auto vosklinHome = processEnvironment("VOSKLIN_HOME")) command += " --home " + absolutePath(*vosklinHome);
+    const std::string text =
+        "[Unit]\n"
+        "Description=Vosklin: keeps a version history of your folders\n"
+        "\n"
+        "[Service]\n"
+        "ExecStart=" + command + "\n"
+        "Restart=on-failure\n"
+        "Nice=10\n"
+        "IOSchedulingClass=idle\n"
+        "\n"
+        "[Install]\n"
+        "WantedBy=default.target\n";
+    makeDirectories(fileSystem, directory, 0755);
+    writeFileAtomically(fileSystem, unit, text, 0644);
+    const bool enabled = std::system("systemctl --user daemon-reload >/dev/null 2>&1 && "
+                                     "systemctl --user enable vosklin.service >/dev/null 2>&1") == 0;
+    out_ << "Installed " << unit << "\n";
+    if (enabled) {
+        out_ << "Vosklin will start at login. Start it now with: systemctl --user start vosklin\n";
+    } else {
+        err_ << "vosklin: the unit is installed, but 'systemctl --user enable vosklin' did not work here "
+                "(no user session manager?); run it from your desktop session.\n";
+    }
+    return 0;
+}
+
+}  // namespace vosklin

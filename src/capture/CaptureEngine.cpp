@@ -1,0 +1,510 @@
+#include "capture/CaptureEngine.h"
+
+#include <algorithm>
+#include <chrono>
+
+#include "bridge/FolderAccess.h"
+#include "platform/FileSystemError.h"
+#include "platform/PathNames.h"
+#include "platform/Uuid.h"
+#include "store/StoreLocator.h"
+
+namespace vosklin {
+namespace {
+
+constexpr double tickInterval = 0.5;
+constexpr double checkpointInterval = 60;
+constexpr double heartbeatInterval = 21'600;
+constexpr double degradedCrawlInterval = 300;
+
+std::string describe(const std::exception_ptr& error) {
+    try {
+        std::rethrow_exception(error);
+    } catch (const std::exception& e) {
+        return e.what();
+    } catch (...) {
+        return "unknown error";
+    }
+}
+
+bool isReserved(const std::string& path, const std::string& home) {
+    if (path == "/" || (!home.empty() && path == home)) return true;
+    for (const char* root : {"/proc", "/sys", "/dev", "/run"}) {
+        std::string relative;
+        if (path == root || relativeTo(root, path, relative)) return true;
+    }
+    return false;
+}
+
+}  // namespace
+
+CaptureEngine::CaptureEngine(Collaborators collaborators, TimerPolicy timers, std::string homeDirectory)
+    : c_(collaborators), timers_(timers), homeDirectory_(std::move(homeDirectory)) {}
+
+CaptureEngine::~CaptureEngine() { stop(); }
+
+WatchCoordinator::Settings CaptureEngine::coordinatorSettings() {
+    WatchCoordinator::Settings settings;
+    auto merge = c_.settings.number("vosklin.mergeWindowSeconds");
+    if (merge && *merge > 0) settings.mergeWindow = *merge;
+    return settings;
+}
+
+void CaptureEngine::start() {
+    std::lock_guard tickGuard(tickLock_);
+    if (running_) return;
+    c_.layout.prepareDirectories();
+    running_ = true;
+    rebuildTargets();
+    {
+        std::lock_guard guard(lock_);
+        unreachable_.clear();
+    }
+    std::size_t withAccess = 0;
+    for (auto& state : folderStates()) {
+        if (!state.reachable || !state.folder.isRecording()) continue;
+        ++withAccess;
+        // The start-up crawl replays what changed while Vosklin was not running.
+        if (state.folder.mode == CaptureMode::automatic) queueCrawl(state.folder.id, "startup");
+    }
+    crawlThread_ = std::thread([this] { crawlLoop(); });
+    if (timers_ == TimerPolicy::runLoop) loopThread_ = std::thread([this] { loop(); });
+    c_.logger.info("Capture engine started over " + std::to_string(withAccess) + " folders");
+}
+
+void CaptureEngine::stop() {
+    if (!running_.exchange(false)) return;
+    {
+        std::lock_guard guard(lock_);
+        if (crawlCancellation_) crawlCancellation_->cancel();
+        crawls_.clear();
+    }
+    changed_.notify_all();
+    if (loopThread_.joinable()) loopThread_.join();
+    if (crawlThread_.joinable()) crawlThread_.join();
+    std::lock_guard tickGuard(tickLock_);
+    if (watcher_) watcher_->stop();
+    // What has settled is captured; what has not is the next start-up crawl's.
+    tick();
+    checkpoint();
+    watcher_.reset();
+    c_.logger.info("Capture engine stopped");
+}
+
+void CaptureEngine::rebuildTargets() {
+    std::lock_guard tickGuard(tickLock_);
+    std::vector<WatchedFolder> folders;
+    try {
+        folders = c_.folders.folders();
+    } catch (const std::exception& error) {
+        c_.logger.error(std::string("Cannot read the folder list: ") + error.what());
+    }
+    {
+        auto seen = c_.fileSystem.status(c_.folders.path());
+        std::lock_guard guard(lock_);
+        folderListSeen_ = seen;
+    }
+    FolderAccess access(c_.fileSystem);
+    std::vector<WatchTarget> targets;
+    std::uint64_t lastEventID = 0;
+    for (const auto& folder : folders) {
+        if (isReserved(folder.path, homeDirectory_)) {
+            c_.logger.error("Refusing a reserved root: " + folder.path);
+            continue;
+        }
+        auto reach = access.check(folder);
+        {
+            std::lock_guard guard(lock_);
+            if (!reach.reachable && unreachable_.insert(folder.id).second)
+                c_.logger.error("Folder " + folder.path + " " + reach.reason + "; it is not recorded until it is back");
+            if (reach.reachable) unreachable_.erase(folder.id);
+        }
+        if (!reach.reachable || !folder.isRecording() || folder.mode != CaptureMode::automatic) continue;
+        targets.push_back({folder.id, folder.path});
+        if (auto state = c_.catalog.watchState(folder.id); state && state->lastEventID)
+            lastEventID = std::max(lastEventID, std::uint64_t(*state->lastEventID));
+    }
+    if (watcher_) lastEventID = std::max(lastEventID, watcher_->latestEventID());
+
+    auto settings = coordinatorSettings();
+    if (!coordinator_) {
+        coordinator_ = std::make_unique<WatchCoordinator>(
+            c_.fileSystem, c_.clock, settings,
+            ExcludeRules::standard(c_.settings.strings("vosklin.excludePatterns").value_or(std::vector<std::string>{})),
+            PackageKinds(c_.settings.strings("vosklin.packageExtensions").value_or(std::vector<std::string>{})));
+        coordinator_->onDelete = [this](const WatchTarget& target, const std::string& path) { tombstone(target, path); };
+    }
+    coordinator_->setTargets(targets);
+
+    const bool added = std::any_of(targets.begin(), targets.end(), [&](const WatchTarget& target) {
+        return std::find(targets_.begin(), targets_.end(), target) == targets_.end();
+    });
+    const auto previous = targets_;
+    targets_ = targets;
+    if (watcher_ && !added && previous.size() == targets.size()) return;
+
+    if (watcher_) watcher_->stop();
+    InotifyWatcher::Callbacks callbacks;
+    callbacks.onRecords = [this](std::vector<FSEventRecord> records) {
+        std::lock_guard guard(lock_);
+        enqueued_ += records.size();
+        queue_.insert(queue_.end(), std::make_move_iterator(records.begin()), std::make_move_iterator(records.end()));
+    };
+    callbacks.onNeedsRescan = [this](RescanReason reason, const std::string& folderID) {
+        c_.logger.info(std::string("FSEvents asked for a full rescan: ") + toString(reason));
+        queueCrawl(folderID, toString(reason));
+    };
+    callbacks.onRootChanged = [this](const std::string& folderID) {
+        c_.logger.error("The root of watched folder " + folderID + " was moved or deleted");
+        std::lock_guard guard(lock_);
+        folderListSeen_.reset();  // rebuilt on the next tick
+    };
+    callbacks.onMountChanged = [this] {
+        std::lock_guard guard(lock_);
+        folderListSeen_.reset();
+    };
+    watcher_ = std::make_unique<InotifyWatcher>(
+        c_.fileSystem, c_.logger,
+        ExcludeRules::standard(c_.settings.strings("vosklin.excludePatterns").value_or(std::vector<std::string>{})),
+        callbacks, lastEventID);
+    try {
+        watcher_->start(targets);
+    } catch (const std::exception& error) {
+        // Without live events the crawls still find every change.
+        c_.logger.error(std::string("The watcher could not start: ") + error.what());
+    }
+    // Folders new to recording get their crawl (a baseline for a new one).
+    if (running_)
+        for (const auto& target : targets)
+            if (std::find(previous.begin(), previous.end(), target) == previous.end() && !previous.empty())
+                queueCrawl(target.folderID, "added");
+}
+
+bool CaptureEngine::foldersChanged() {
+    auto now = c_.fileSystem.status(c_.folders.path());
+    std::lock_guard guard(lock_);
+    if (!folderListSeen_ && !now) return false;
+    if (!folderListSeen_ || !now) return true;
+    return now->inode != folderListSeen_->inode || now->size != folderListSeen_->size ||
+           now->modifiedAt() != folderListSeen_->modifiedAt();
+}
+
+const WatchTarget* CaptureEngine::targetFor(const std::string& path) const {
+    for (const auto& target : targets_) {
+        std::string relative;
+        if (path == target.root || relativeTo(target.root, path, relative)) return &target;
+    }
+    return nullptr;
+}
+
+void CaptureEngine::tombstone(const WatchTarget& target, const std::string& path) {
+    std::string relative;
+    if (!relativeTo(target.root, path, relative)) return;
+    try {
+        std::vector<std::int64_t> ids;
+        for (const auto& file : c_.catalog.liveFilesAtOrBelow(target.folderID, relative)) ids.push_back(file.id);
+        c_.catalog.markDeletedMany(ids, c_.clock.now());
+        std::lock_guard guard(lock_);
+        stats_.tombstoned += std::int64_t(ids.size());
+    } catch (const std::exception& error) {
+        c_.logger.error(std::string("Tombstone failed: ") + error.what());
+    }
+}
+
+void CaptureEngine::handleRecords(std::vector<FSEventRecord> records) {
+    std::vector<FSEventRecord> changes;
+    changes.reserve(records.size());
+    for (auto& record : records) {
+        if (!record.has(FSEventFlag::renamed)) {
+            changes.push_back(std::move(record));
+            continue;
+        }
+        const WatchTarget* target = targetFor(record.path);
+        std::string from, to;
+        if (!target || !relativeTo(target->root, record.previousPath, from) || !relativeTo(target->root, record.path, to))
+            continue;
+        const double now = c_.clock.now();
+        try {
+            if (record.has(FSEventFlag::isDirectory)) {
+                // History follows every file of a moved folder; contents did not change.
+                auto moved = c_.catalog.renameTree(target->folderID, from, to, now);
+                std::lock_guard guard(lock_);
+                stats_.renamed += moved;
+            } else {
+                auto source = c_.catalog.fileAtPath(target->folderID, from);
+                auto destination = c_.catalog.fileAtPath(target->folderID, to);
+                if (source && !source->deletedAt) {
+                    if (!destination) {
+                        auto extension = pathExtension(to);
+                        c_.catalog.recordRename(source->id, to,
+                                                extension.empty() ? std::nullopt : std::optional<std::string>(extension),
+                                                now);
+                        std::lock_guard guard(lock_);
+                        ++stats_.renamed;
+                    } else {
+                        // Moved over another tracked file: that file's history goes on with this content.
+                        c_.catalog.markDeleted(source->id, now);
+                        std::lock_guard guard(lock_);
+                        ++stats_.tombstoned;
+                    }
+                }
+                // Its content may be new (an application saving by rename): the capture's digest decides.
+                FSEventRecord change = record;
+                change.flags = FSEventFlag::modified;
+                changes.push_back(std::move(change));
+            }
+        } catch (const std::exception& error) {
+            c_.logger.error(std::string("Rename failed: ") + error.what());
+        }
+        coordinator_->rename(record.previousPath, record.path);
+    }
+    coordinator_->take(changes);
+}
+
+void CaptureEngine::tick() {
+    std::lock_guard tickGuard(tickLock_);
+    if (!coordinator_) return;
+    if (running_ && foldersChanged()) rebuildTargets();
+    std::vector<FSEventRecord> records;
+    std::uint64_t takenThrough;
+    {
+        std::lock_guard guard(lock_);
+        records.swap(queue_);
+        takenThrough = enqueued_;
+    }
+    handleRecords(std::move(records));
+    // Read after merging: every unit these records made pending was first seen at or before it.
+    const double takenAt = c_.clock.now();
+
+    auto released = coordinator_->flush();
+    if (!released.empty()) {
+        std::vector<CaptureRequest> requests;
+        for (const auto& unit : released)
+            requests.push_back({unit.target.folderID, unit.target.root, unit.unit.path, unit.unit.isPackage,
+                                CaptureSource::watcher, std::nullopt});
+        auto results = c_.capture.captureBatch(requests, [this] { return c_.clock.now(); });
+        std::lock_guard guard(lock_);
+        stats_.unitsSeen += std::int64_t(results.size());
+        for (const auto& result : results) {
+            if (result.error) {
+                ++stats_.failed;
+                c_.logger.error("Capture failed: " + describe(result.error));
+            } else if (result.outcome->kind == CaptureOutcome::Kind::stored) {
+                ++stats_.stored;
+            } else if (result.outcome->kind == CaptureOutcome::Kind::unchanged) {
+                ++stats_.deduped;
+            } else {
+                ++stats_.skipped;
+            }
+        }
+    }
+    {
+        std::lock_guard guard(lock_);
+        taken_ = takenThrough;
+        lastTakeAt_ = takenAt;
+        oldestPending_ = coordinator_->oldestFirstSeen();
+        stats_.pending = std::int64_t(coordinator_->pendingCount());
+    }
+    changed_.notify_all();
+}
+
+void CaptureEngine::checkpoint() {
+    std::lock_guard tickGuard(tickLock_);
+    if (!watcher_) return;
+    const auto eventID = std::int64_t(watcher_->latestEventID());
+    for (const auto& target : targets_) {
+        try {
+            WatchState state = c_.catalog.watchState(target.folderID)
+                                   .value_or(WatchState{target.folderID, std::nullopt, std::nullopt, false, std::nullopt});
+            state.lastEventID = eventID;
+            state.volumeID = StoreLocator::deviceIdentifier(target.root);
+            c_.catalog.writeWatchState(state);
+        } catch (const std::exception& error) {
+            c_.logger.error(std::string("Checkpoint failed: ") + error.what());
+        }
+    }
+}
+
+void CaptureEngine::loop() {
+    using Steady = std::chrono::steady_clock;
+    auto nextCheckpoint = Steady::now() + std::chrono::duration<double>(checkpointInterval);
+    auto nextHeartbeat = Steady::now() + std::chrono::duration<double>(heartbeatInterval);
+    auto nextDegradedCrawl = Steady::now() + std::chrono::duration<double>(degradedCrawlInterval);
+    while (running_) {
+        {
+            std::unique_lock guard(lock_);
+            changed_.wait_for(guard, std::chrono::duration<double>(tickInterval), [&] { return !running_.load(); });
+        }
+        if (!running_) break;
+        tick();
+        const auto now = Steady::now();
+        if (now >= nextCheckpoint) {
+            checkpoint();
+            nextCheckpoint = now + std::chrono::duration<double>(checkpointInterval);
+        }
+        if (now >= nextHeartbeat) {
+            rebuildTargets();  // re-checks every folder's access
+            nextHeartbeat = now + std::chrono::duration<double>(heartbeatInterval);
+        }
+        if (now >= nextDegradedCrawl) {
+            if (watcher_)
+                for (const auto& folderID : watcher_->degradedFolders()) queueCrawl(folderID, "userDropped");
+            nextDegradedCrawl = now + std::chrono::duration<double>(degradedCrawlInterval);
+        }
+    }
+}
+
+void CaptureEngine::queueCrawl(const std::string& folderID, const std::string& reason) {
+    std::lock_guard guard(lock_);
+    // One queued crawl per folder is enough: it will see everything.
+    for (const auto& queued : crawls_)
+        if (queued.first == folderID) return;
+    crawls_.emplace_back(folderID, reason);
+    changed_.notify_all();
+}
+
+void CaptureEngine::runCrawl(const std::string& folderID, const std::string& reason,
+                             CrawlCancellation& cancellation) {
+    WatchedFolder folder;
+    try {
+        folder = c_.folders.require(folderID);
+    } catch (const std::exception&) {
+        return;  // removed since it was queued
+    }
+    try {
+        FolderWalker walker(
+            c_.fileSystem,
+            ExcludeRules::standard(c_.settings.strings("vosklin.excludePatterns").value_or(std::vector<std::string>{})),
+            PackageKinds(c_.settings.strings("vosklin.packageExtensions").value_or(std::vector<std::string>{})));
+        ReconciliationCrawler crawler(c_.catalog, c_.capture, walker, c_.fileSystem, c_.clock, c_.logger);
+        auto report = crawler.crawl(folder, reason, cancellation);
+        std::lock_guard guard(lock_);
+        stats_.stored += report.captured;
+        stats_.tombstoned += report.tombstoned;
+        stats_.renamed += report.renamed;
+        stats_.failed += report.failed;
+    } catch (const std::exception& error) {
+        c_.logger.error(std::string("Crawl failed: ") + error.what());
+    }
+}
+
+void CaptureEngine::crawlLoop() {
+    while (running_) {
+        std::pair<std::string, std::string> next;
+        std::shared_ptr<CrawlCancellation> cancellation;
+        {
+            std::unique_lock guard(lock_);
+            changed_.wait(guard, [&] { return !running_ || (!crawls_.empty() && timers_ == TimerPolicy::runLoop); });
+            if (!running_) break;
+            next = crawls_.front();
+            crawls_.pop_front();
+            crawling_ = true;
+            stats_.isCrawling = true;
+            cancellation = crawlCancellation_ = std::make_shared<CrawlCancellation>();
+        }
+        runCrawl(next.first, next.second, *cancellation);
+        {
+            std::lock_guard guard(lock_);
+            crawling_ = false;
+            stats_.isCrawling = false;
+        }
+        changed_.notify_all();
+    }
+}
+
+void CaptureEngine::runQueuedCrawls() {
+    for (;;) {
+        std::pair<std::string, std::string> next;
+        {
+            std::lock_guard guard(lock_);
+            if (crawls_.empty()) return;
+            next = crawls_.front();
+            crawls_.pop_front();
+        }
+        CrawlCancellation cancellation;
+        runCrawl(next.first, next.second, cancellation);
+    }
+}
+
+bool CaptureEngine::barrier(double timeoutSeconds) {
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::duration<double>(timeoutSeconds);
+    {
+        std::lock_guard tickGuard(tickLock_);
+        if (watcher_) watcher_->drain();
+    }
+    std::unique_lock guard(lock_);
+    const std::uint64_t through = enqueued_;
+    // First every record queued so far is taken by a tick...
+    if (!changed_.wait_until(guard, deadline, [&] { return taken_ >= through || !running_; })) return false;
+    const double takenAt = lastTakeAt_;
+    // ...then every unit pending since then has settled and been captured, and no crawl is due.
+    return changed_.wait_until(guard, deadline, [&] {
+        return !running_ || ((!oldestPending_ || *oldestPending_ > takenAt) && crawls_.empty() && !crawling_);
+    });
+}
+
+SnapshotReport CaptureEngine::snapshot(const WatchedFolder& folder, CrawlCancellation& cancellation) {
+    FolderWalker walker(
+        c_.fileSystem,
+        ExcludeRules::standard(c_.settings.strings("vosklin.excludePatterns").value_or(std::vector<std::string>{})),
+        PackageKinds(c_.settings.strings("vosklin.packageExtensions").value_or(std::vector<std::string>{})));
+    ReconciliationCrawler crawler(c_.catalog, c_.capture, walker, c_.fileSystem, c_.clock, c_.logger);
+    CrawlOptions options;
+    options.source = CaptureSource::manual;
+    options.batchID = makeUuid();
+    options.captureEverything = true;
+    auto report = crawler.crawl(folder, "snapshot", cancellation, options);
+    return {folder.id, report.captured, report.tombstoned, report.startedAt, *options.batchID, report.failed,
+            report.cancelled};
+}
+
+CrawlReport CaptureEngine::scan(const WatchedFolder& folder, CrawlCancellation& cancellation) {
+    FolderWalker walker(
+        c_.fileSystem,
+        ExcludeRules::standard(c_.settings.strings("vosklin.excludePatterns").value_or(std::vector<std::string>{})),
+        PackageKinds(c_.settings.strings("vosklin.packageExtensions").value_or(std::vector<std::string>{})));
+    ReconciliationCrawler crawler(c_.catalog, c_.capture, walker, c_.fileSystem, c_.clock, c_.logger);
+    return crawler.crawl(folder, "scan", cancellation);
+}
+
+void CaptureEngine::suppress(const std::vector<std::string>& paths) {
+    std::lock_guard tickGuard(tickLock_);
+    if (coordinator_) coordinator_->suppress(paths);
+}
+
+CaptureEngine::Stats CaptureEngine::stats() const {
+    std::lock_guard guard(lock_);
+    return stats_;
+}
+
+std::vector<CaptureEngine::FolderState> CaptureEngine::folderStates() {
+    std::vector<FolderState> states;
+    std::vector<WatchedFolder> folders;
+    try {
+        folders = c_.folders.folders();
+    } catch (const std::exception&) {
+        return states;
+    }
+    std::set<std::string> degraded;
+    std::vector<WatchTarget> targets;
+    {
+        std::lock_guard tickGuard(tickLock_);
+        if (watcher_) degraded = watcher_->degradedFolders();
+        targets = targets_;
+    }
+    FolderAccess access(c_.fileSystem);
+    for (const auto& folder : folders) {
+        FolderState state;
+        state.folder = folder;
+        auto reach = access.check(folder);
+        state.reachable = reach.reachable;
+        state.reason = reach.reason;
+        state.watched = std::any_of(targets.begin(), targets.end(),
+                                    [&](const WatchTarget& target) { return target.folderID == folder.id; });
+        state.degraded = degraded.count(folder.id) > 0;
+        states.push_back(state);
+    }
+    return states;
+}
+
+}  // namespace vosklin

@@ -1,0 +1,153 @@
+#pragma once
+
+#include <condition_variable>
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <set>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "bridge/FolderList.h"
+#include "capture/CaptureService.h"
+#include "capture/InotifyWatcher.h"
+#include "capture/ReconciliationCrawler.h"
+#include "capture/SnapshotReport.h"
+#include "capture/WatchCoordinator.h"
+#include "catalog/VersionCatalog.h"
+#include "platform/Clock.h"
+#include "platform/Logger.h"
+#include "platform/Settings.h"
+#include "store/VersionStoreLayout.h"
+
+namespace vosklin {
+
+// The long-lived owner of live recording: the watcher, the coordinator, the
+// crawls and the captures they lead to.
+//
+// start() prepares the store, checks every folder's access, watches the
+// automatic recording folders, starts the timers (under TimerPolicy::runLoop)
+// and queues a start-up crawl of every recording folder, which is what
+// catches up with changes made while Vosklin was not running. While running:
+// a tick every 0.5 s takes the watcher's records (renames move history,
+// deletions tombstone it), flushes the settled units and captures them with
+// source "watcher"; a checkpoint every 60 s saves each folder's event id; the
+// folder list is re-read when it changes; folder access is re-checked every
+// 6 hours; folders the watcher could not fully watch are crawled every 5
+// minutes. stop() stops intake, captures what has settled, writes a last
+// checkpoint.
+//
+// Threads: the watcher reads on its own thread and only queues records; ticks
+// run on the engine's loop thread (or the caller's, under TimerPolicy::manual),
+// so a slow copy never blocks intake; crawls run one at a time on a crawl
+// thread. The catalog and the capture service serialise the work they share.
+// Per-unit failures are logged ("Capture failed: ...") and never stop a tick.
+class CaptureEngine {
+public:
+    enum class TimerPolicy { runLoop, manual };
+
+    struct Stats {
+        std::int64_t unitsSeen = 0;
+        std::int64_t stored = 0;
+        std::int64_t deduped = 0;
+        std::int64_t skipped = 0;
+        std::int64_t failed = 0;
+        std::int64_t tombstoned = 0;
+        std::int64_t renamed = 0;
+        std::int64_t pending = 0;
+        bool isCrawling = false;
+    };
+
+    struct FolderState {
+        WatchedFolder folder;
+        bool reachable = false;
+        std::string reason;    // why not reachable
+        bool watched = false;  // live events arrive for it
+        bool degraded = false; // the watch limit left parts unwatched: crawled periodically
+    };
+
+    struct Collaborators {
+        FolderList& folders;
+        VersionCatalog& catalog;
+        CaptureService& capture;
+        VersionStoreLayout& layout;
+        FileSystem& fileSystem;
+        Clock& clock;
+        Logger& logger;
+        Settings& settings;
+    };
+
+    CaptureEngine(Collaborators collaborators, TimerPolicy timers, std::string homeDirectory = "");
+    ~CaptureEngine();
+    CaptureEngine(const CaptureEngine&) = delete;
+    CaptureEngine& operator=(const CaptureEngine&) = delete;
+
+    void start();
+    void stop();
+    bool isRunning() const { return running_; }
+
+    // What the timers do, callable directly under TimerPolicy::manual.
+    void tick();
+    void checkpoint();
+    // Runs the queued crawls now, on the caller's thread (TimerPolicy::manual).
+    void runQueuedCrawls();
+
+    // Waits until every change made before the call has been seen, has settled
+    // and has been captured, and no crawl is running or queued. Returns false
+    // when `timeoutSeconds` passed first.
+    bool barrier(double timeoutSeconds);
+
+    SnapshotReport snapshot(const WatchedFolder& folder, CrawlCancellation& cancellation);
+    CrawlReport scan(const WatchedFolder& folder, CrawlCancellation& cancellation);
+    // Before Vosklin itself writes these paths (restore, rewind).
+    void suppress(const std::vector<std::string>& paths);
+
+    Stats stats() const;
+    std::vector<FolderState> folderStates();
+
+private:
+    void loop();
+    void crawlLoop();
+    void rebuildTargets();
+    void queueCrawl(const std::string& folderID, const std::string& reason);
+    void runCrawl(const std::string& folderID, const std::string& reason, CrawlCancellation& cancellation);
+    void handleRecords(std::vector<FSEventRecord> records);
+    void tombstone(const WatchTarget& target, const std::string& path);
+    const WatchTarget* targetFor(const std::string& path) const;
+    WatchCoordinator::Settings coordinatorSettings();
+    bool foldersChanged();
+    ReconciliationCrawler::Progress noProgress() { return nullptr; }
+
+    Collaborators c_;
+    TimerPolicy timers_;
+    std::string homeDirectory_;
+    std::atomic<bool> running_{false};
+
+    std::recursive_mutex tickLock_;  // one tick, checkpoint or rebuild at a time
+    std::unique_ptr<WatchCoordinator> coordinator_;
+    std::unique_ptr<InotifyWatcher> watcher_;
+    std::vector<WatchTarget> targets_;
+    std::optional<FileStatus> folderListSeen_;
+
+    mutable std::mutex lock_;  // the queues, counters and barrier bookkeeping below
+    std::condition_variable changed_;
+    std::vector<FSEventRecord> queue_;
+    std::uint64_t enqueued_ = 0;    // records queued so far
+    std::uint64_t taken_ = 0;       // records a tick has taken so far
+    double lastTakeAt_ = 0;         // when the latest tick took its records
+    std::optional<double> oldestPending_;
+    std::deque<std::pair<std::string, std::string>> crawls_;  // (folder id, reason)
+    bool crawling_ = false;
+    Stats stats_;
+    std::set<std::string> unreachable_;
+
+    std::shared_ptr<CrawlCancellation> crawlCancellation_;
+    std::thread loopThread_;
+    std::thread crawlThread_;
+};
+
+}  // namespace vosklin
