@@ -426,12 +426,14 @@ void CaptureEngine::runQueuedCrawls() {
     }
 }
 
+void CaptureEngine::drainWatcher() {
+    std::lock_guard tickGuard(tickLock_);
+    if (watcher_) watcher_->drain();
+}
+
 bool CaptureEngine::barrier(double timeoutSeconds) {
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::duration<double>(timeoutSeconds);
-    {
-        std::lock_guard tickGuard(tickLock_);
-        if (watcher_) watcher_->drain();
-    }
+    drainWatcher();
     std::unique_lock guard(lock_);
     const std::uint64_t through = enqueued_;
     // First every record queued so far is taken by a tick...

@@ -96,6 +96,9 @@ public:
     // Runs the queued crawls now, on the caller's thread (TimerPolicy::manual).
     void runQueuedCrawls();
 
+    // Returns once every change made before the call has reached the engine's
+    // queue (the next tick takes it).
+    void drainWatcher();
     // Waits until every change made before the call has been seen, has settled
     // and has been captured, and no crawl is running or queued. Returns false
     // when `timeoutSeconds` passed first.

@@ -1,0 +1,139 @@
+#include "capture/CaptureEngine.h"
+
+#include <gtest/gtest.h>
+
+#include <sys/stat.h>
+
+#include <filesystem>
+
+#include "support/CaptureStack.h"
+#include "support/TempDirectory.h"
+
+namespace vosklin {
+namespace {
+
+using test::TempDirectory;
+namespace fs = std::filesystem;
+
+// The engine under the manual timer policy: nothing happens until the test drives a tick.
+class CaptureEngineTest : public ::testing::Test {
+protected:
+    CaptureEngineTest() {
+        fs::create_directories(root);
+        directory.write("Watched/before.txt", "there at start");
+        folder.id = "E0000000-0000-4000-8000-000000000001";
+        folder.path = root;
+        struct stat st {};
+        ::stat(root.c_str(), &st);
+        folder.device = st.st_dev;
+        folder.inode = st.st_ino;
+        folders.append(folder);
+        settings.set("vosklin.mergeWindowSeconds", 2);
+    }
+
+    std::int64_t versionsOf(const std::string& relative) {
+        auto file = stack.catalog.fileAtPath(folder.id, relative);
+        return file ? std::int64_t(stack.catalog.versionsOfFile(file->id, 100).size()) : 0;
+    }
+
+    TempDirectory directory;
+    const std::string root = directory / "Watched";
+    test::CaptureStack stack{directory / "store"};
+    FolderList folders{directory / "config/folders.json", stack.fileSystem};
+    Settings settings{directory / "config/settings.json", stack.fileSystem, stack.logger};
+    WatchedFolder folder;
+    CaptureEngine engine{{folders, stack.catalog, stack.service, stack.layout, stack.fileSystem, stack.clock,
+                          stack.logger, settings},
+                         CaptureEngine::TimerPolicy::manual};
+};
+
+TEST_F(CaptureEngineTest, UnderTheManualPolicyNothingIsCapturedUntilTheOwnerTicks) {
+    engine.start();
+    engine.start();  // a second start changes nothing
+    EXPECT_TRUE(stack.logger.contains("Capture engine started over 1 folders"));
+    engine.runQueuedCrawls();  // the start-up crawl: the baseline
+    EXPECT_EQ(versionsOf("before.txt"), 1);
+    const auto storedByCrawl = engine.stats().stored;
+
+    directory.write("Watched/live.txt", "written while recording");
+    engine.drainWatcher();
+    EXPECT_FALSE(engine.barrier(0.2)) << "no tick, no capture";
+    EXPECT_EQ(versionsOf("live.txt"), 0);
+
+    engine.tick();  // takes the change; it must settle first
+    EXPECT_EQ(engine.stats().pending, 1);
+    EXPECT_EQ(versionsOf("live.txt"), 0);
+    stack.clock.advance(2);
+    engine.tick();
+    EXPECT_EQ(versionsOf("live.txt"), 1);
+    EXPECT_EQ(engine.stats().stored - storedByCrawl, 1);
+    EXPECT_EQ(engine.stats().pending, 0);
+    auto versions = stack.catalog.versionsOfFile(stack.catalog.fileAtPath(folder.id, "live.txt")->id, 10);
+    EXPECT_EQ(versions.front().source, CaptureSource::watcher);
+}
+
+TEST_F(CaptureEngineTest, RenamesMoveHistoryAndDeletionsTombstoneIt) {
+    directory.write("Watched/dir/a.txt", "a");
+    directory.write("Watched/dir/sub/b.txt", "b");
+    engine.start();
+    engine.runQueuedCrawls();
+    const auto a = *stack.catalog.fileAtPath(folder.id, "dir/a.txt");
+    const auto storedByCrawl = engine.stats().stored;
+
+    fs::rename(root + "/dir", root + "/moved");
+    fs::rename(root + "/before.txt", root + "/after.txt");
+    engine.drainWatcher();
+    engine.tick();
+    stack.clock.advance(2);
+    engine.tick();
+    auto moved = stack.catalog.fileAtPath(folder.id, "moved/a.txt");
+    ASSERT_TRUE(moved.has_value());
+    EXPECT_EQ(moved->id, a.id);
+    EXPECT_TRUE(stack.catalog.fileAtPath(folder.id, "moved/sub/b.txt").has_value());
+    EXPECT_TRUE(stack.catalog.fileAtPath(folder.id, "after.txt").has_value());
+    EXPECT_EQ(engine.stats().renamed, 3);
+    EXPECT_EQ(engine.stats().stored, storedByCrawl) << "renames change no contents";
+
+    fs::remove_all(root + "/moved");
+    engine.drainWatcher();
+    engine.tick();
+    EXPECT_TRUE(stack.catalog.fileAtPath(folder.id, "moved/a.txt")->deletedAt.has_value());
+    EXPECT_TRUE(stack.catalog.fileAtPath(folder.id, "moved/sub/b.txt")->deletedAt.has_value());
+    EXPECT_EQ(engine.stats().tombstoned, 2);
+}
+
+TEST_F(CaptureEngineTest, StoppingCapturesWhatSettledAndCheckpoints) {
+    engine.start();
+    engine.runQueuedCrawls();
+    directory.write("Watched/late.txt", "late");
+    engine.drainWatcher();
+    engine.tick();
+    stack.clock.advance(5);
+    engine.stop();
+    EXPECT_EQ(versionsOf("late.txt"), 1) << "settled before the stop, so captured by it";
+    auto state = stack.catalog.watchState(folder.id);
+    ASSERT_TRUE(state.has_value());
+    EXPECT_TRUE(state->lastEventID.has_value());
+    EXPECT_TRUE(state->volumeID.has_value());
+    EXPECT_TRUE(stack.logger.contains("Capture engine stopped"));
+}
+
+TEST_F(CaptureEngineTest, PausedAndManualFoldersGetNoLiveCaptures) {
+    folder.mode = CaptureMode::manual;
+    folders.replace(folder);
+    engine.start();
+    engine.runQueuedCrawls();
+    EXPECT_EQ(versionsOf("before.txt"), 0) << "a manual folder is not crawled either: only snapshots";
+    directory.write("Watched/x.txt", "x");
+    engine.drainWatcher();
+    engine.tick();
+    stack.clock.advance(5);
+    engine.tick();
+    EXPECT_EQ(versionsOf("x.txt"), 0);
+    CrawlCancellation cancellation;
+    auto report = engine.snapshot(folder, cancellation);
+    EXPECT_EQ(report.captured, 2);
+}
+
+}  // namespace
+}  // namespace vosklin
