@@ -43,6 +43,16 @@ CaptureEngine::CaptureEngine(Collaborators collaborators, TimerPolicy timers, st
 
 CaptureEngine::~CaptureEngine() { stop(); }
 
+ExcludeRules CaptureEngine::excludeRules() {
+    return ExcludeRules::standard(c_.settings.strings("vosklin.excludePatterns").value_or(std::vector<std::string>{}));
+}
+
+PackageKinds CaptureEngine::packageKinds() {
+    return PackageKinds(c_.settings.strings("vosklin.packageExtensions").value_or(std::vector<std::string>{}));
+}
+
+FolderWalker CaptureEngine::makeWalker() { return FolderWalker(c_.fileSystem, excludeRules(), packageKinds()); }
+
 WatchCoordinator::Settings CaptureEngine::coordinatorSettings() {
     WatchCoordinator::Settings settings;
     auto merge = c_.settings.number("vosklin.mergeWindowSeconds");
@@ -128,10 +138,8 @@ void CaptureEngine::rebuildTargets() {
 
     auto settings = coordinatorSettings();
     if (!coordinator_) {
-        coordinator_ = std::make_unique<WatchCoordinator>(
-            c_.fileSystem, c_.clock, settings,
-            ExcludeRules::standard(c_.settings.strings("vosklin.excludePatterns").value_or(std::vector<std::string>{})),
-            PackageKinds(c_.settings.strings("vosklin.packageExtensions").value_or(std::vector<std::string>{})));
+        coordinator_ = std::make_unique<WatchCoordinator>(c_.fileSystem, c_.clock, settings, excludeRules(),
+                                                          packageKinds());
         coordinator_->onDelete = [this](const WatchTarget& target, const std::string& path) { tombstone(target, path); };
     }
     coordinator_->setTargets(targets);
@@ -163,10 +171,7 @@ void CaptureEngine::rebuildTargets() {
         std::lock_guard guard(lock_);
         folderListSeen_.reset();
     };
-    watcher_ = std::make_unique<InotifyWatcher>(
-        c_.fileSystem, c_.logger,
-        ExcludeRules::standard(c_.settings.strings("vosklin.excludePatterns").value_or(std::vector<std::string>{})),
-        callbacks, lastEventID);
+    watcher_ = std::make_unique<InotifyWatcher>(c_.fileSystem, c_.logger, excludeRules(), callbacks, lastEventID);
     try {
         watcher_->start(targets);
     } catch (const std::exception& error) {
@@ -372,10 +377,7 @@ void CaptureEngine::runCrawl(const std::string& folderID, const std::string& rea
         return;  // removed since it was queued
     }
     try {
-        FolderWalker walker(
-            c_.fileSystem,
-            ExcludeRules::standard(c_.settings.strings("vosklin.excludePatterns").value_or(std::vector<std::string>{})),
-            PackageKinds(c_.settings.strings("vosklin.packageExtensions").value_or(std::vector<std::string>{})));
+        FolderWalker walker = makeWalker();
         ReconciliationCrawler crawler(c_.catalog, c_.capture, walker, c_.fileSystem, c_.clock, c_.logger);
         auto report = crawler.crawl(folder, reason, cancellation);
         std::lock_guard guard(lock_);
@@ -446,10 +448,7 @@ bool CaptureEngine::barrier(double timeoutSeconds) {
 }
 
 SnapshotReport CaptureEngine::snapshot(const WatchedFolder& folder, CrawlCancellation& cancellation) {
-    FolderWalker walker(
-        c_.fileSystem,
-        ExcludeRules::standard(c_.settings.strings("vosklin.excludePatterns").value_or(std::vector<std::string>{})),
-        PackageKinds(c_.settings.strings("vosklin.packageExtensions").value_or(std::vector<std::string>{})));
+    FolderWalker walker = makeWalker();
     ReconciliationCrawler crawler(c_.catalog, c_.capture, walker, c_.fileSystem, c_.clock, c_.logger);
     CrawlOptions options;
     options.source = CaptureSource::manual;
@@ -461,10 +460,7 @@ SnapshotReport CaptureEngine::snapshot(const WatchedFolder& folder, CrawlCancell
 }
 
 CrawlReport CaptureEngine::scan(const WatchedFolder& folder, CrawlCancellation& cancellation) {
-    FolderWalker walker(
-        c_.fileSystem,
-        ExcludeRules::standard(c_.settings.strings("vosklin.excludePatterns").value_or(std::vector<std::string>{})),
-        PackageKinds(c_.settings.strings("vosklin.packageExtensions").value_or(std::vector<std::string>{})));
+    FolderWalker walker = makeWalker();
     ReconciliationCrawler crawler(c_.catalog, c_.capture, walker, c_.fileSystem, c_.clock, c_.logger);
     return crawler.crawl(folder, "scan", cancellation);
 }

@@ -122,8 +122,11 @@ private:
     void tombstone(const WatchTarget& target, const std::string& path);
     const WatchTarget* targetFor(const std::string& path) const;
     WatchCoordinator::Settings coordinatorSettings();
+    // The user's current exclusion and package settings (read on use).
+    ExcludeRules excludeRules();
+    PackageKinds packageKinds();
+    FolderWalker makeWalker();
     bool foldersChanged();
-    ReconciliationCrawler::Progress noProgress() { return nullptr; }
 
     Collaborators c_;
     TimerPolicy timers_;
