@@ -24,11 +24,11 @@ VersionCatalog& AppContext::catalog() {
 }
 
 ExcludeRules AppContext::excludeRules() {
-    return ExcludeRules::standard(settings_.strings("vosklin.excludePatterns").value_or(std::vector<std::string>{}));
+    return ExcludeRules::fromSettings(settings_);
 }
 
 PackageKinds AppContext::packageKinds() {
-    return PackageKinds(settings_.strings("vosklin.packageExtensions").value_or(std::vector<std::string>{}));
+    return PackageKinds::fromSettings(settings_);
 }
 
 CaptureService& AppContext::captureService() {

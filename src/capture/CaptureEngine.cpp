@@ -44,7 +44,7 @@ CaptureEngine::CaptureEngine(Collaborators collaborators, TimerPolicy timers, st
 CaptureEngine::~CaptureEngine() { stop(); }
 
 ExcludeRules CaptureEngine::excludeRules() {
-    return ExcludeRules::standard(c_.settings.strings("vosklin.excludePatterns").value_or(std::vector<std::string>{}));
+    return ExcludeRules::fromSettings(c_.settings);
 }
 
 PackageKinds CaptureEngine::packageKinds() {

@@ -2,6 +2,8 @@
 
 #include <fnmatch.h>
 
+#include "platform/Settings.h"
+
 namespace vosklin {
 
 const std::vector<std::string>& ExcludeRules::builtInPatterns() {
@@ -17,6 +19,10 @@ ExcludeRules ExcludeRules::standard(const std::vector<std::string>& userPatterns
     std::vector<std::string> patterns = builtInPatterns();
     patterns.insert(patterns.end(), userPatterns.begin(), userPatterns.end());
     return ExcludeRules(std::move(patterns));
+}
+
+ExcludeRules ExcludeRules::fromSettings(Settings& settings) {
+    return standard(settings.strings("vosklin.excludePatterns").value_or(std::vector<std::string>{}));
 }
 
 bool ExcludeRules::excludesName(const std::string& name) const {

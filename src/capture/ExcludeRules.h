@@ -19,6 +19,8 @@ public:
     // The sixteen built-in patterns followed by the user's ("vosklin.excludePatterns").
     static ExcludeRules standard(const std::vector<std::string>& userPatterns);
     static const std::vector<std::string>& builtInPatterns();
+    // The built-in patterns and the user's "vosklin.excludePatterns", read now.
+    static ExcludeRules fromSettings(class Settings& settings);
 
     // `relativePath` is relative to the watched root, "/"-separated.
     bool excludes(std::string_view relativePath) const;

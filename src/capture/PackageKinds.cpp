@@ -4,6 +4,7 @@
 #include <cctype>
 
 #include "platform/PathNames.h"
+#include "platform/Settings.h"
 
 namespace vosklin {
 namespace {
@@ -29,6 +30,10 @@ PackageKinds::PackageKinds(const std::vector<std::string>& userExtensions) : ext
         if (!extension.empty() && extension.front() == '.') extension.erase(0, 1);
         if (!extension.empty()) extensions_.push_back(lower(extension));
     }
+}
+
+PackageKinds PackageKinds::fromSettings(Settings& settings) {
+    return PackageKinds(settings.strings("vosklin.packageExtensions").value_or(std::vector<std::string>{}));
 }
 
 bool PackageKinds::isPackageName(const std::string& name) const {

@@ -15,6 +15,8 @@ public:
     explicit PackageKinds(const std::vector<std::string>& userExtensions = {});
 
     static const std::vector<std::string>& builtInExtensions();
+    // The built-in list and the user's "vosklin.packageExtensions", read now.
+    static PackageKinds fromSettings(class Settings& settings);
     bool isPackageName(const std::string& name) const;
     static bool isApplicationName(const std::string& name);
 
