@@ -48,7 +48,7 @@ ExcludeRules CaptureEngine::excludeRules() {
 }
 
 PackageKinds CaptureEngine::packageKinds() {
-    return PackageKinds(c_.settings.strings("vosklin.packageExtensions").value_or(std::vector<std::string>{}));
+    return PackageKinds::fromSettings(c_.settings);
 }
 
 FolderWalker CaptureEngine::makeWalker() { return FolderWalker(c_.fileSystem, excludeRules(), packageKinds()); }
