@@ -65,7 +65,9 @@ void CaptureEngine::start() {
     if (running_) return;
     c_.layout.prepareDirectories();
     running_ = true;
+    starting_ = true;
     rebuildTargets();
+    starting_ = false;
     {
         std::lock_guard guard(lock_);
         unreachable_.clear();
@@ -178,10 +180,11 @@ void CaptureEngine::rebuildTargets() {
         // Without live events the crawls still find every change.
         c_.logger.error(std::string("The watcher could not start: ") + error.what());
     }
-    // Folders new to recording get their crawl (a baseline for a new one).
-    if (running_)
+    // Folders new to recording (added, resumed, reachable again) get their crawl: a
+    // baseline for a new one, a catch-up for one that was paused. start() queues its own.
+    if (running_ && !starting_)
         for (const auto& target : targets)
-            if (std::find(previous.begin(), previous.end(), target) == previous.end() && !previous.empty())
+            if (std::find(previous.begin(), previous.end(), target) == previous.end())
                 queueCrawl(target.folderID, "added");
 }
 

@@ -132,6 +132,7 @@ private:
     TimerPolicy timers_;
     std::string homeDirectory_;
     std::atomic<bool> running_{false};
+    bool starting_ = false;  // start() queues the start-up crawls itself
 
     std::recursive_mutex tickLock_;  // one tick, checkpoint or rebuild at a time
     std::unique_ptr<WatchCoordinator> coordinator_;

@@ -181,6 +181,7 @@ std::set<std::string> InotifyWatcher::degradedFolders() const {
 }
 
 void InotifyWatcher::run() {
+    std::uint64_t heldDrain = 0;  // a drain waiting for held move halves to pair or expire
     while (running_) {
         pollfd fds[3] = {{inotify_.get(), POLLIN, 0}, {wake_.get(), POLLIN, 0}, {mountInfo_.get(), POLLPRI, 0}};
         const nfds_t count = mountInfo_ ? 3 : 2;
@@ -197,10 +198,18 @@ void InotifyWatcher::run() {
         readAvailable();
         if (count == 3 && (fds[2].revents & (POLLPRI | POLLERR)) && callbacks_.onMountChanged)
             callbacks_.onMountChanged();
+        drainTicket = std::max(drainTicket, heldDrain);
         if (drainTicket) {
             std::lock_guard guard(lock_);
-            drainsDone_ = std::max(drainsDone_, drainTicket);
-            drained_.notify_all();
+            // A move whose other half has not come yet is not reported yet: the drain
+            // waits for it (at most the pairing time), so a move out is seen too.
+            if (moves_.empty()) {
+                drainsDone_ = std::max(drainsDone_, drainTicket);
+                drained_.notify_all();
+                heldDrain = 0;
+            } else {
+                heldDrain = drainTicket;
+            }
         }
     }
 }

@@ -62,7 +62,8 @@ public:
     void stop();
 
     // Returns once every event the kernel had queued when it was called has
-    // been read and handed on: whatever was changed before the call has been seen.
+    // been read and handed on, including moves out of the folders (whose
+    // pairing takes a moment): whatever was changed before the call has been seen.
     void drain();
 
     std::uint64_t latestEventID() const { return latestEventID_; }
