@@ -1,0 +1,73 @@
+#include "platform/StringTable.h"
+
+#include <map>
+
+namespace vosklin {
+namespace {
+
+struct Entry {
+    const char* other;
+    const char* one = nullptr;  // when the number is 1
+};
+
+const std::map<std::string, Entry>& table() {
+    static const std::map<std::string, Entry> entries = {
+        {"rewind.moment.wentBack %@", {"Went back to %@"}},
+        {"rewind.moment.beforeRewind", {"Before going back"}},
+        {"rewind.moment.batch %lld", {"%lld files together", "1 file"}},
+        {"rewind.moment.files %lld", {"%lld files changed", "1 file changed"}},
+        {"rewind.moment.unknown", {"Changes"}},
+        {"rewind.moment.more %lld", {"and %lld more"}},
+        {"rewind.moment.current.help", {"The folder as it is now"}},
+        {"rewind.change.added", {"Added"}},
+        {"rewind.change.edited", {"Edited"}},
+        {"rewind.change.replaced", {"Replaced"}},
+        {"rewind.change.deleted", {"Deleted"}},
+        {"rewind.change.renamed", {"Renamed"}},
+        {"rewind.change.renamed %@ %@", {"Renamed %@ to %@"}},
+        {"compare.text.notText", {"Not text: these versions cannot be compared line by line."}},
+        {"compare.text.identical", {"The two versions are identical."}},
+        {"compare.text.tooLarge", {"Too large to compare line by line; compared position by position."}},
+        {"compare.text.summary %lld %lld", {"%lld lines differ in the newer version, %lld in the older."}},
+        {"compare.text.regions %lld", {"%lld changed regions", "1 changed region"}},
+    };
+    return entries;
+}
+
+std::string fill(std::string pattern, const std::vector<std::string>& arguments) {
+    std::size_t next = 0;
+    for (const auto& argument : arguments) {
+        std::size_t at = std::string::npos;
+        std::size_t length = 0;
+        for (const char* placeholder : {"%@", "%lld"}) {
+            std::size_t found = pattern.find(placeholder, next);
+            if (found < at) {
+                at = found;
+                length = std::char_traits<char>::length(placeholder);
+            }
+        }
+        if (at == std::string::npos) break;
+        pattern.replace(at, length, argument);
+        next = at + argument.size();
+    }
+    return pattern;
+}
+
+}  // namespace
+
+std::string StringTable::text(const std::string& key, const std::vector<std::string>& arguments) {
+    auto found = table().find(key);
+    if (found == table().end()) return key;
+    return fill(found->second.other, arguments);
+}
+
+std::string StringTable::count(const std::string& key, long long number, const std::vector<std::string>& more) {
+    auto found = table().find(key);
+    if (found == table().end()) return key;
+    std::vector<std::string> arguments = {std::to_string(number)};
+    arguments.insert(arguments.end(), more.begin(), more.end());
+    const char* pattern = number == 1 && found->second.one ? found->second.one : found->second.other;
+    return fill(pattern, arguments);
+}
+
+}  // namespace vosklin
