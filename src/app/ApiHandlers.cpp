@@ -2,7 +2,11 @@
 
 #include <unistd.h>
 
+#include <cstdlib>
+
 #include "app/JsonRecords.h"
+#include "app/UserInstant.h"
+#include "history/FolderHistory.h"
 #include "bridge/FolderAccess.h"
 #include "bridge/FolderListError.h"
 #include "platform/Instant.h"
@@ -13,7 +17,7 @@ namespace vosklin {
 
 ApiHandlers::ApiHandlers(AppContext& context, CaptureEngine* engine) : context_(context), engine_(engine) {}
 
-WatchedFolder ApiHandlers::folderOf(const nlohmann::json& request) {
+WatchedFolder ApiHandlers::folderOf(const nlohmann::json& request, bool mustBeReachable) {
     if (!request.is_object() || !request.contains("folder") || !request["folder"].is_string())
         throw ApiError(400, "The request names no folder");
     WatchedFolder folder;
@@ -22,9 +26,45 @@ WatchedFolder ApiHandlers::folderOf(const nlohmann::json& request) {
     } catch (const FolderListError& error) {
         throw ApiError(404, error.what());
     }
+    if (!mustBeReachable) return folder;
     auto reach = FolderAccess(context_.fileSystem()).check(folder);
     if (!reach.reachable) throw ApiError(409, displayableUtf8(folder.path) + " " + reach.reason);
     return folder;
+}
+
+nlohmann::json ApiHandlers::mark(const nlohmann::json& request, bool naming) {
+    WatchedFolder folder = folderOf(request, false);
+    const std::string momentText = request.value("moment", "");
+    auto instant = parseUserInstant(momentText);
+    if (!instant) throw ApiError(400, "'" + momentText + "' is not an instant; use the form 'vosklin history' prints");
+    FolderHistory history;
+    if (context_.storeExists()) history = FolderHistory::load(context_.catalog(), folder.id);
+    auto moment = history.momentAt(*instant);
+    if (!moment)
+        throw ApiError(404, "There is no moment at " + momentText + " in " + displayableUtf8(folder.path) +
+                                " (see 'vosklin history')");
+    if (naming) {
+        const std::string name = request.value("name", "");
+        if (name.empty()) throw ApiError(400, "A moment's name cannot be empty");
+        context_.catalog().recordMark({folder.id, moment->at, name, MomentMark::Kind::named, std::nullopt});
+    } else if (auto existing = history.markAt(moment->at)) {
+        // A plain name goes with its mark; a rewind's mark stays, without the name.
+        if (existing->kind == MomentMark::Kind::named) context_.catalog().deleteMark(folder.id, moment->at);
+        else context_.catalog().clearMarkName(folder.id, moment->at);
+    }
+    return {{"at", formatInstant(moment->at)}};
+}
+
+nlohmann::json ApiHandlers::star(const nlohmann::json& request, bool starred) {
+    const std::string text = request.contains("version") && request["version"].is_number_integer()
+                                 ? std::to_string(request["version"].get<std::int64_t>())
+                                 : request.value("version", "");
+    char* end = nullptr;
+    const long long id = std::strtoll(text.c_str(), &end, 10);
+    if (text.empty() || *end != '\0' || id <= 0) throw ApiError(400, "'" + text + "' is not a version number");
+    if (!context_.storeExists() || !context_.catalog().version(id)) throw ApiError(404, "There is no version " + text);
+    context_.catalog().setStarred(id, starred);
+    return {{"id", id}, {"isStarred", starred}};
 }
 
 nlohmann::json ApiHandlers::call(const std::string& name, const nlohmann::json& request) {
@@ -83,6 +123,8 @@ nlohmann::json ApiHandlers::call(const std::string& name, const nlohmann::json& 
         const double timeout = request.is_object() ? request.value("timeout", 60.0) : 60.0;
         return {{"settled", engine_->barrier(timeout)}};
     }
+    if (name == "name" || name == "unname") return mark(request, name == "name");
+    if (name == "star" || name == "unstar") return star(request, name == "star");
     throw ApiError(404, "Unknown request '" + name + "'");
 }
 

@@ -27,6 +27,9 @@ private:
 //   snapshot {"folder": id-or-path}      -> the snapshot report
 //   scan     {"folder": id-or-path}      -> the crawl report
 //   settle   {"timeout": seconds}        -> {"settled": bool}   (daemon only)
+//   name     {"folder", "moment", "name"} -> {"at": the moment's instant}
+//   unname   {"folder", "moment"}         -> {"at": ...}
+//   star     {"version": id}              -> {"id", "isStarred"}   (and unstar)
 //
 // With an engine (in the daemon) work goes through it; without one it runs in
 // this process. Failures are thrown as ApiError.
@@ -37,7 +40,9 @@ public:
     nlohmann::json call(const std::string& name, const nlohmann::json& request);
 
 private:
-    WatchedFolder folderOf(const nlohmann::json& request);
+    WatchedFolder folderOf(const nlohmann::json& request, bool mustBeReachable = true);
+    nlohmann::json mark(const nlohmann::json& request, bool naming);
+    nlohmann::json star(const nlohmann::json& request, bool starred);
 
     AppContext& context_;
     CaptureEngine* engine_;

@@ -9,7 +9,9 @@
 #include "app/DaemonClient.h"
 #include "app/DaemonEndpoint.h"
 #include "app/RunCommand.h"
+#include "app/DiffCommand.h"
 #include "app/FolderCommand.h"
+#include "app/HistoryCommand.h"
 #include "app/ScanCommand.h"
 #include "app/StatusCommand.h"
 #include "app/VersionsCommand.h"
@@ -92,6 +94,35 @@ int CommandLine::run(int argc, char** argv) {
         ->option_text("FILE");
     cat->footer("An existing FILE is never overwritten.");
 
+    bool all = false;
+    std::string instantText, momentText, nameText, otherVersion;
+    auto history = app.add_subcommand("history", "A folder's history: sessions of moments, newest first");
+    history->add_option("FOLDER", folderName, "The folder's path or id")->required();
+    history->add_flag("--all", all, "List every change of every moment (long lists are folded otherwise)");
+    addJson(history);
+    history->footer("Each moment is shown with its instant in brackets: that is how 'name' and 'show' refer to it.");
+    auto show = app.add_subcommand("show", "The files of a folder as they were at an instant");
+    show->add_option("FOLDER", folderName, "The folder's path or id")->required();
+    show->add_option("--at", instantText, "An instant as 'history' prints it, or a local date-time")
+        ->required()
+        ->option_text("INSTANT");
+    addJson(show);
+    auto name = app.add_subcommand("name", "Give a moment a name");
+    name->add_option("FOLDER", folderName, "The folder's path or id")->required();
+    name->add_option("MOMENT", momentText, "The moment's instant, as 'history' prints it")->required();
+    name->add_option("NAME", nameText, "The name")->required();
+    auto unname = app.add_subcommand("unname", "Take a moment's name away");
+    unname->add_option("FOLDER", folderName, "The folder's path or id")->required();
+    unname->add_option("MOMENT", momentText, "The moment's instant, as 'history' prints it")->required();
+    auto star = app.add_subcommand("star", "Star a version (retention keeps starred versions)");
+    star->add_option("VERSION", versionID, "The version number")->required();
+    auto unstar = app.add_subcommand("unstar", "Take a version's star away");
+    unstar->add_option("VERSION", versionID, "The version number")->required();
+    auto diff = app.add_subcommand("diff", "Compare two versions, or a version and a file, line by line");
+    diff->add_option("OLD", versionID, "A version number, or the path of a file")->required();
+    diff->add_option("NEW", otherVersion, "A version number, or the path of a file")->required();
+    addJson(diff);
+
     std::vector<std::string> runFolders;
     bool background = false;
     auto runDaemon = app.add_subcommand("run", "Record the watched folders live until stopped (the daemon)");
@@ -152,9 +183,17 @@ int CommandLine::run(int argc, char** argv) {
         ScanCommand scans(context, out_, err_);
         if (scan->parsed()) return scans.scan(folderName, json);
         if (snapshot->parsed()) return scans.snapshot(folderName, json);
-        VersionsCommand history(context, out_);
-        if (versions->parsed()) return history.versions(versionPath, json);
-        if (cat->parsed()) return history.cat(versionID, output);
+        VersionsCommand versionsCommand(context, out_);
+        if (versions->parsed()) return versionsCommand.versions(versionPath, json);
+        if (cat->parsed()) return versionsCommand.cat(versionID, output);
+        HistoryCommand histories(context, out_);
+        if (history->parsed()) return histories.history(folderName, json, all);
+        if (show->parsed()) return histories.show(folderName, instantText, json);
+        if (name->parsed()) return histories.name(folderName, momentText, nameText);
+        if (unname->parsed()) return histories.name(folderName, momentText, std::nullopt);
+        if (star->parsed()) return histories.star(versionID, true);
+        if (unstar->parsed()) return histories.star(versionID, false);
+        if (diff->parsed()) return DiffCommand(context, out_, 1).run(versionID, otherVersion, json);
     } catch (const CatalogError& error) {
         if (error.kind() == CatalogError::Kind::storeIsNewerThanTheApp) {
             err_ << "vosklin: the store was written by a newer Vosklin (schema " << error.storeVersion()

@@ -1,0 +1,138 @@
+#include "app/DiffCommand.h"
+
+#include <unistd.h>
+
+#include <cstdlib>
+
+#include "app/CommandError.h"
+#include "app/TerminalOutput.h"
+#include "compare/TextDiff.h"
+#include "platform/FileSystemError.h"
+#include "platform/PathJson.h"
+#include "platform/PathNames.h"
+#include "platform/StringTable.h"
+
+namespace vosklin {
+namespace {
+
+// Beyond this the comparison would only be a positional summary of text nobody reads.
+constexpr std::int64_t largestCompared = 512ll * 1024 * 1024;
+constexpr std::size_t contextLines = 3;
+
+std::string readLimited(FileSystem& fileSystem, const std::string& path) {
+    auto status = fileSystem.status(path);
+    if (!status) throw CommandError(displayableUtf8(path) + " does not exist");
+    if (status->isDirectory()) throw CommandError(displayableUtf8(path) + " is a folder; only files can be compared");
+    if (status->size > largestCompared) throw CommandError(displayableUtf8(path) + " is too large to compare as text");
+    return readWholeFile(fileSystem, path);
+}
+
+}  // namespace
+
+DiffCommand::DiffCommand(AppContext& context, std::ostream& out, int outputFd)
+    : context_(context), out_(out), colour_(::isatty(outputFd) == 1 && !std::getenv("NO_COLOR")) {}
+
+DiffCommand::Side DiffCommand::load(const std::string& versionOrPath) {
+    char* end = nullptr;
+    const long long id = std::strtoll(versionOrPath.c_str(), &end, 10);
+    const bool isNumber = !versionOrPath.empty() && *end == '\0';
+    if (isNumber && id > 0 && !context_.fileSystem().status(versionOrPath)) {
+        std::optional<StoredVersion> version;
+        if (context_.storeExists()) version = context_.catalog().version(id);
+        if (!version) throw CommandError("There is no version " + versionOrPath);
+        if (context_.catalog().requireFile(version->fileID).isPackage)
+            throw CommandError("Version " + versionOrPath + " is a folder (a package); only files can be compared");
+        const std::string payload = context_.layout().payloadPath(version->slot, version->payloadName);
+        return {"version " + versionOrPath + " (" + formatLocalTime(version->capturedAt) + ")",
+                readLimited(context_.fileSystem(), payload)};
+    }
+    return {displayableUtf8(versionOrPath), readLimited(context_.fileSystem(), absolutePath(versionOrPath))};
+}
+
+int DiffCommand::run(const std::string& olderName, const std::string& newerName, bool json) {
+    const Side older = load(olderName), newer = load(newerName);
+    const TextDiff::Result result = TextDiff::compare(older.bytes, newer.bytes);
+    using Kind = TextDiff::Result::Kind;
+    using LineKind = TextDiff::Line::Kind;
+
+    if (json) {
+        nlohmann::json object;
+        object["kind"] = result.kind == Kind::lines ? "lines" : result.kind == Kind::summary ? "summary" : "notText";
+        if (result.kind == Kind::lines) {
+            object["lines"] = nlohmann::json::array();
+            for (const auto& line : result.lines) {
+                nlohmann::json entry = {{"kind", line.kind == LineKind::context ? "context"
+                                                 : line.kind == LineKind::added ? "added"
+                                                                                : "removed"}};
+                entry["text"] = displayableUtf8(line.text);
+                entry["oldNumber"] = line.oldNumber ? nlohmann::json(*line.oldNumber) : nlohmann::json();
+                entry["newNumber"] = line.newNumber ? nlohmann::json(*line.newNumber) : nlohmann::json();
+                object["lines"].push_back(entry);
+            }
+        } else if (result.kind == Kind::summary) {
+            object["newerDiffering"] = result.newerDiffering;
+            object["olderDiffering"] = result.olderDiffering;
+            object["regions"] = nlohmann::json::array();
+            for (const auto& region : result.regions)
+                object["regions"].push_back({{"startLine", region.startLine}, {"length", region.length}});
+        }
+        out_ << object.dump(2) << "\n";
+        return 0;
+    }
+
+    if (result.kind == Kind::notText) {
+        out_ << StringTable::text("compare.text.notText") << "\n";
+        return 0;
+    }
+    if (result.kind == Kind::summary) {
+        out_ << StringTable::text("compare.text.tooLarge") << "\n"
+             << StringTable::text("compare.text.summary %lld %lld",
+                                  {std::to_string(result.newerDiffering), std::to_string(result.olderDiffering)})
+             << "\n"
+             << StringTable::count("compare.text.regions %lld", static_cast<long long>(result.regions.size())) << "\n";
+        for (const auto& region : result.regions)
+            out_ << "  lines " << region.startLine << " to " << region.startLine + region.length - 1 << "\n";
+        return 0;
+    }
+    if (result.isIdentical()) {
+        out_ << StringTable::text("compare.text.identical") << "\n";
+        return 0;
+    }
+    const char* red = colour_ ? "\033[31m" : "";
+    const char* green = colour_ ? "\033[32m" : "";
+    const char* cyan = colour_ ? "\033[36m" : "";
+    const char* plain = colour_ ? "\033[0m" : "";
+    out_ << "--- " << older.label << "\n+++ " << newer.label << "\n";
+    const auto& lines = result.lines;
+    // Show each change with a little context; fold the long unchanged runs between.
+    std::vector<bool> shown(lines.size(), false);
+    for (std::size_t i = 0; i < lines.size(); ++i) {
+        if (lines[i].kind == LineKind::context) continue;
+        const std::size_t from = i >= contextLines ? i - contextLines : 0;
+        const std::size_t to = std::min(lines.size(), i + contextLines + 1);
+        for (std::size_t j = from; j < to; ++j) shown[j] = true;
+    }
+    bool inHunk = false;
+    for (std::size_t i = 0; i < lines.size(); ++i) {
+        if (!shown[i]) {
+            inHunk = false;
+            continue;
+        }
+        const auto& line = lines[i];
+        if (!inHunk) {
+            out_ << cyan << "@@ old line " << (line.oldNumber ? *line.oldNumber : 0) << ", new line "
+                 << (line.newNumber ? *line.newNumber : 0) << " @@" << plain << "\n";
+            inHunk = true;
+        }
+        char numbers[32];
+        std::snprintf(numbers, sizeof numbers, "%6s %6s ",
+                      line.oldNumber ? std::to_string(*line.oldNumber).c_str() : "",
+                      line.newNumber ? std::to_string(*line.newNumber).c_str() : "");
+        const char* colour = line.kind == LineKind::added ? green : line.kind == LineKind::removed ? red : "";
+        const char marker = line.kind == LineKind::added ? '+' : line.kind == LineKind::removed ? '-' : ' ';
+        out_ << numbers << colour << marker << " " << line.text << (*colour ? plain : "") << "\n";
+    }
+    return 0;
+}
+
+}  // namespace vosklin

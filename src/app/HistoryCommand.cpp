@@ -1,0 +1,172 @@
+#include "app/HistoryCommand.h"
+
+#include <cstdio>
+
+#include "app/ApiHandlers.h"
+#include "app/ByteCount.h"
+#include "app/CommandError.h"
+#include "app/DaemonClient.h"
+#include "app/DaemonEndpoint.h"
+#include "app/JsonRecords.h"
+#include "app/TerminalOutput.h"
+#include "app/UserInstant.h"
+#include "history/FolderHistory.h"
+#include "platform/Instant.h"
+#include "platform/PathJson.h"
+#include "platform/StringTable.h"
+
+namespace vosklin {
+namespace {
+
+constexpr std::size_t foldedChanges = 10;
+
+std::string signedBytes(std::int64_t delta) {
+    return (delta < 0 ? "-" : "+") + formatByteCount(delta < 0 ? -delta : delta);
+}
+
+nlohmann::json changeJson(const MomentClustering::FileChange& change) {
+    nlohmann::json json;
+    json["fileID"] = change.fileID;
+    putPath(json, "relativePath", change.relativePath);
+    json["kind"] = std::string(MomentClustering::toString(change.kind));
+    json["bytes"] = change.bytes;
+    json["byteDelta"] = change.byteDelta ? nlohmann::json(*change.byteDelta) : nlohmann::json();
+    if (change.previousPath) putPath(json, "previousPath", *change.previousPath);
+    else json["previousPath"] = nullptr;
+    return json;
+}
+
+// Sends a request that changes history to the daemon when one runs, else handles it here.
+nlohmann::json changeHistory(AppContext& context, const std::string& name, const nlohmann::json& request) {
+    if (auto daemon = DaemonEndpoint::find(context.fileSystem(), context.locator().containerRoot()))
+        return DaemonClient(*daemon).call(name, request, 60);
+    return ApiHandlers(context, nullptr).call(name, request);
+}
+
+}  // namespace
+
+HistoryCommand::HistoryCommand(AppContext& context, std::ostream& out) : context_(context), out_(out) {}
+
+int HistoryCommand::history(const std::string& folderName, bool json, bool all) {
+    WatchedFolder folder = context_.folders().require(folderName);
+    FolderHistory history;
+    if (context_.storeExists()) history = FolderHistory::load(context_.catalog(), folder.id);
+    if (json) {
+        nlohmann::json object;
+        object["folderID"] = folder.id;
+        object["sessions"] = nlohmann::json::array();
+        for (const auto& session : history.sessions) {
+            nlohmann::json sessionJson = {{"start", formatInstant(session.start)}, {"end", formatInstant(session.end)}};
+            sessionJson["moments"] = nlohmann::json::array();
+            for (const auto& moment : session.moments) {
+                nlohmann::json momentJson = {{"at", formatInstant(moment.at)},
+                                             {"instantCount", moment.instantCount},
+                                             {"headline", history.headline(moment)}};
+                momentJson["batchID"] = moment.batchID ? nlohmann::json(*moment.batchID) : nlohmann::json();
+                if (auto mark = history.markAt(moment.at)) {
+                    momentJson["mark"] = {{"kind", std::string(toString(mark->kind))}};
+                    if (mark->name) momentJson["mark"]["name"] = *mark->name;
+                    if (mark->targetAt) momentJson["mark"]["targetAt"] = formatInstant(*mark->targetAt);
+                }
+                momentJson["changes"] = nlohmann::json::array();
+                for (const auto& change : moment.changes) momentJson["changes"].push_back(changeJson(change));
+                sessionJson["moments"].push_back(momentJson);
+            }
+            object["sessions"].push_back(sessionJson);
+        }
+        out_ << object.dump(2) << "\n";
+        return 0;
+    }
+    if (history.sessions.empty()) {
+        out_ << "No history of " << displayableUtf8(folder.path) << " yet ('vosklin scan' or 'vosklin run' records it).\n";
+        return 0;
+    }
+    for (const auto& session : history.sessions) {
+        out_ << "Session " << formatLocalTime(session.start) << " to " << formatLocalTime(session.end) << "\n";
+        for (const auto& moment : session.moments) {
+            out_ << "  " << formatLocalTime(moment.at) << "  " << history.headline(moment) << "   ["
+                 << formatInstant(moment.at) << "]\n";
+            std::size_t shown = 0;
+            for (const auto& change : moment.changes) {
+                if (!all && shown == foldedChanges) {
+                    out_ << "      "
+                         << StringTable::count("rewind.moment.more %lld",
+                                               static_cast<long long>(moment.changes.size() - shown))
+                         << "\n";
+                    break;
+                }
+                ++shown;
+                std::string label = StringTable::text("rewind.change." + std::string(MomentClustering::toString(change.kind)));
+                char line[64];
+                std::snprintf(line, sizeof line, "      %-9s ", label.c_str());
+                out_ << line << displayableUtf8(change.relativePath);
+                if (change.previousPath) out_ << " (was " << displayableUtf8(*change.previousPath) << ")";
+                out_ << "  " << formatByteCount(change.bytes);
+                if (change.byteDelta && *change.byteDelta != 0) out_ << " (" << signedBytes(*change.byteDelta) << ")";
+                out_ << "\n";
+            }
+        }
+    }
+    return 0;
+}
+
+int HistoryCommand::show(const std::string& folderName, const std::string& atText, bool json) {
+    WatchedFolder folder = context_.folders().require(folderName);
+    auto at = parseUserInstant(atText);
+    if (!at)
+        throw CommandError("'" + atText +
+                           "' is not an instant; use the form history prints (2025-03-01T14:32:05Z) or a local "
+                           "date-time (2025-03-01 15:32:05)");
+    std::vector<FileStateAt> states;
+    if (context_.storeExists()) {
+        // A moment's instant as printed is rounded to the microsecond: take the moment's own.
+        if (auto moment = FolderHistory::load(context_.catalog(), folder.id).momentAt(*at)) at = moment->at;
+        states = context_.catalog().stateAt(folder.id, *at);
+    }
+    std::sort(states.begin(), states.end(),
+              [](const FileStateAt& a, const FileStateAt& b) { return a.file.relativePath < b.file.relativePath; });
+    if (json) {
+        nlohmann::json array = nlohmann::json::array();
+        for (const auto& state : states) {
+            nlohmann::json entry;
+            putPath(entry, "relativePath", state.file.relativePath);
+            entry["fileID"] = state.file.id;
+            entry["logicalBytes"] = state.version.logicalBytes;
+            entry["versionID"] = state.version.id;
+            entry["capturedAt"] = formatInstant(state.version.capturedAt);
+            entry["isPackage"] = state.file.isPackage;
+            array.push_back(entry);
+        }
+        out_ << nlohmann::json({{"folderID", folder.id}, {"at", formatInstant(*at)}, {"files", array}}).dump(2) << "\n";
+        return 0;
+    }
+    out_ << displayableUtf8(folder.path) << " as it was at " << formatLocalTime(*at) << ": " << states.size()
+         << (states.size() == 1 ? " file" : " files") << "\n";
+    for (const auto& state : states) {
+        char line[64];
+        std::snprintf(line, sizeof line, "%8lld  %10s  ", static_cast<long long>(state.version.id),
+                      formatByteCount(state.version.logicalBytes).c_str());
+        out_ << line << displayableUtf8(state.file.relativePath) << (state.file.isPackage ? "/" : "") << "\n";
+    }
+    return 0;
+}
+
+int HistoryCommand::name(const std::string& folderName, const std::string& momentText,
+                         const std::optional<std::string>& newName) {
+    WatchedFolder folder = context_.folders().require(folderName);
+    nlohmann::json request = {{"moment", momentText}};
+    putPath(request, "folder", folder.path);
+    if (newName) request["name"] = *newName;
+    auto answer = changeHistory(context_, newName ? "name" : "unname", request);
+    out_ << (newName ? "Named the moment of " : "Removed the name of the moment of ")
+         << formatLocalTime(parseInstant(answer.value("at", "")).value_or(0)) << "\n";
+    return 0;
+}
+
+int HistoryCommand::star(const std::string& version, bool starred) {
+    auto answer = changeHistory(context_, starred ? "star" : "unstar", {{"version", version}});
+    out_ << (starred ? "Starred version " : "Unstarred version ") << answer.value("id", std::int64_t(0)) << "\n";
+    return 0;
+}
+
+}  // namespace vosklin

@@ -1,0 +1,54 @@
+#include "history/FolderHistory.h"
+
+#include <cmath>
+
+#include "platform/Instant.h"
+#include "platform/StringTable.h"
+
+namespace vosklin {
+namespace {
+
+// Printed instants carry microseconds; a stored instant is within half of one of what was printed.
+constexpr double instantTolerance = 0.6e-6;
+
+}  // namespace
+
+FolderHistory FolderHistory::load(VersionCatalog& catalog, const std::string& folderID) {
+    auto rows = catalog.changeList(folderID, changeRowLimit);
+    auto events = catalog.eventsSince(folderID, 0);
+    FolderHistory history;
+    history.marks = catalog.marks(folderID);
+    history.sessions =
+        MomentClustering::sessions(MomentClustering::moments(rows, events, history.marks, MomentClustering::momentWindow),
+                                   MomentClustering::sessionGap);
+    return history;
+}
+
+std::optional<MomentClustering::Moment> FolderHistory::momentAt(double instant) const {
+    for (const auto& session : sessions)
+        for (const auto& moment : session.moments)
+            if (std::fabs(moment.at - instant) <= instantTolerance) return moment;
+    return std::nullopt;
+}
+
+std::optional<MomentMark> FolderHistory::markAt(double instant) const {
+    for (const auto& mark : marks)
+        if (mark.at == instant) return mark;
+    return std::nullopt;
+}
+
+std::string FolderHistory::headline(const MomentClustering::Moment& moment) const {
+    if (auto mark = markAt(moment.at)) {
+        if (mark->kind == MomentMark::Kind::rewind)
+            return StringTable::text("rewind.moment.wentBack %@",
+                                     {mark->targetAt ? formatInstantSeconds(*mark->targetAt) : std::string("?")});
+        if (mark->kind == MomentMark::Kind::beforeRewind) return StringTable::text("rewind.moment.beforeRewind");
+        if (mark->name && !mark->name->empty()) return *mark->name;
+    }
+    const auto count = static_cast<long long>(moment.changes.size());
+    if (moment.batchID) return StringTable::count("rewind.moment.batch %lld", count);
+    if (count == 0) return StringTable::text("rewind.moment.unknown");
+    return StringTable::count("rewind.moment.files %lld", count);
+}
+
+}  // namespace vosklin

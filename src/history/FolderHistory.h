@@ -1,0 +1,36 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "catalog/MomentMark.h"
+#include "catalog/VersionCatalog.h"
+#include "history/MomentClustering.h"
+
+namespace vosklin {
+
+// A folder's history as the user reads it: sessions of moments, with the
+// marks that name them or fence them.
+struct FolderHistory {
+    static constexpr std::int64_t changeRowLimit = 5000;
+
+    std::vector<MomentClustering::Session> sessions;  // newest first
+    std::vector<MomentMark> marks;
+
+    // Reads the newest 5,000 change rows, every file event and every mark of
+    // the folder, and clusters them (60 s moments, 2,700 s sessions). Catalog
+    // errors are passed on.
+    static FolderHistory load(VersionCatalog& catalog, const std::string& folderID);
+
+    // The moment whose instant is `instant`, allowing for the microsecond
+    // rounding of instants as they are printed.
+    std::optional<MomentClustering::Moment> momentAt(double instant) const;
+    std::optional<MomentMark> markAt(double instant) const;
+
+    // The row headline: a rewind's target, "before going back", the user's
+    // name, a batch's size, or the number of files changed.
+    std::string headline(const MomentClustering::Moment& moment) const;
+};
+
+}  // namespace vosklin
