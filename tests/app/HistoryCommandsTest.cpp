@@ -1,0 +1,165 @@
+// history, show, name, star and diff through the built binary, over a history
+// made by real captures at chosen instants.
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <filesystem>
+#include <nlohmann/json.hpp>
+
+#include "bridge/FolderList.h"
+#include "platform/Instant.h"
+#include "support/CaptureStack.h"
+#include "support/CommandRunner.h"
+#include "support/TempDirectory.h"
+
+namespace vosklin {
+namespace {
+
+using nlohmann::json;
+using test::TempDirectory;
+namespace fs = std::filesystem;
+
+constexpr double t0 = 1'740'830'400;  // 2025-03-01T12:00:00Z
+
+class HistoryCommandsTest : public ::testing::Test {
+protected:
+    HistoryCommandsTest() {
+        fs::create_directories(root);
+        struct stat st {};
+        ::stat(root.c_str(), &st);
+        folder = {"A0000000-0000-4000-8000-000000000001", root, CaptureMode::automatic, false, {}, st.st_dev,
+                  st.st_ino};
+        FolderList(home / "folders.json", stack.fileSystem).append(folder);
+    }
+
+    StoredVersion capture(const std::string& relative, const std::string& contents, double at) {
+        test::writeFile(root + "/" + relative, contents);
+        auto outcome = stack.service.capture({folder.id, root, root + "/" + relative, false, CaptureSource::watcher,
+                                              std::nullopt},
+                                             at);
+        EXPECT_EQ(outcome.kind, CaptureOutcome::Kind::stored);
+        return outcome.version;
+    }
+    test::CommandResult vosklin(std::vector<std::string> arguments) {
+        arguments.insert(arguments.begin(), {"--home", home.path()});
+        return test::runVosklin(arguments);
+    }
+    json jsonOf(std::vector<std::string> arguments) {
+        arguments.push_back("--json");
+        auto result = vosklin(arguments);
+        EXPECT_EQ(result.exitStatus, 0) << result.err;
+        return json::parse(result.out);
+    }
+
+    TempDirectory home;
+    TempDirectory place;
+    const std::string root = place / "Docs";
+    test::CaptureStack stack{home / "store"};
+    WatchedFolder folder;
+};
+
+TEST_F(HistoryCommandsTest, HistoryShowsSessionsOfMomentsNewestFirst) {
+    capture("a.txt", "first", t0);
+    capture("a.txt", "first, edited", t0 + 30);       // same moment: added, with the later size
+    capture("b.txt", "bee", t0 + 1000);               // a second moment, same session
+    const auto c = capture("c.txt", "sea", t0 + 5000);  // a new session
+    stack.catalog.recordRename(c.fileID, "renamed.txt", std::string("txt"), t0 + 5010);
+
+    auto history = jsonOf({"history", root});
+    ASSERT_EQ(history["sessions"].size(), 2u);
+    const auto& newest = history["sessions"][0];
+    EXPECT_EQ(newest["end"], formatInstant(t0 + 5010));
+    ASSERT_EQ(newest["moments"].size(), 1u);
+    const auto& moment = newest["moments"][0];
+    EXPECT_EQ(moment["instantCount"], 2);
+    ASSERT_EQ(moment["changes"].size(), 1u);
+    EXPECT_EQ(moment["changes"][0]["kind"], "renamed");
+    EXPECT_EQ(moment["changes"][0]["relativePath"], "renamed.txt");
+
+    const auto& older = history["sessions"][1];
+    ASSERT_EQ(older["moments"].size(), 2u);
+    EXPECT_EQ(older["moments"][1]["at"], formatInstant(t0 + 30));
+    EXPECT_EQ(older["moments"][1]["changes"][0]["kind"], "added");
+    EXPECT_EQ(older["moments"][1]["changes"][0]["bytes"], 13);
+    EXPECT_EQ(older["moments"][1]["headline"], "1 file changed");
+
+    auto text = vosklin({"history", root});
+    EXPECT_NE(text.out.find("[" + formatInstant(t0 + 1000) + "]"), std::string::npos) << text.out;
+}
+
+TEST_F(HistoryCommandsTest, LongMomentsAreFoldedUnlessAllIsAsked) {
+    for (int i = 0; i < 12; ++i) capture("f" + std::to_string(i) + ".txt", std::string(std::size_t(i + 1), 'x'), t0 + i);
+    auto folded = vosklin({"history", root});
+    EXPECT_NE(folded.out.find("and 2 more"), std::string::npos) << folded.out;
+    auto all = vosklin({"history", root, "--all"});
+    EXPECT_EQ(all.out.find("more"), std::string::npos);
+    EXPECT_NE(all.out.find("f0.txt"), std::string::npos) << "the lightest change comes last, and is shown";
+}
+
+TEST_F(HistoryCommandsTest, AMomentCanBeNamedAndUnnamedByItsPrintedInstant) {
+    capture("a.txt", "one", t0 + 0.123456789);  // printed rounded to the microsecond
+    capture("b.txt", "two", t0 + 10);
+    const std::string moment = jsonOf({"history", root})["sessions"][0]["moments"][0]["at"];
+    ASSERT_EQ(vosklin({"name", root, moment, "Before the big edit"}).exitStatus, 0);
+    EXPECT_EQ(jsonOf({"history", root})["sessions"][0]["moments"][0]["headline"], "Before the big edit");
+    auto marks = stack.catalog.marks(folder.id);
+    ASSERT_EQ(marks.size(), 1u);
+    EXPECT_EQ(marks[0].at, t0 + 10) << "the mark sits on the moment's exact instant";
+    ASSERT_EQ(vosklin({"unname", root, moment}).exitStatus, 0);
+    EXPECT_EQ(jsonOf({"history", root})["sessions"][0]["moments"][0]["headline"], "2 files changed");
+    EXPECT_TRUE(stack.catalog.marks(folder.id).empty());
+
+    auto missing = vosklin({"name", root, formatInstant(t0 + 500), "x"});
+    EXPECT_EQ(missing.exitStatus, 1);
+    EXPECT_NE(missing.err.find("no moment"), std::string::npos) << missing.err;
+}
+
+TEST_F(HistoryCommandsTest, ShowGivesTheFolderAsItWasAtAnInstant) {
+    const auto first = capture("a.txt", "v1", t0);
+    capture("a.txt", "version two", t0 + 100);
+    const auto b = capture("b.txt", "b", t0 + 200);
+    stack.catalog.markDeleted(b.fileID, t0 + 300);
+
+    auto early = jsonOf({"show", root, "--at", formatInstant(t0 + 50)});
+    ASSERT_EQ(early["files"].size(), 1u);
+    EXPECT_EQ(early["files"][0]["versionID"], first.id);
+    EXPECT_EQ(jsonOf({"show", root, "--at", formatInstant(t0 + 250)})["files"].size(), 2u);
+    EXPECT_EQ(jsonOf({"show", root, "--at", formatInstant(t0 + 300)})["files"].size(), 1u) << "deleted by then";
+    // A local date-time works too (the test runs with the machine's zone).
+    EXPECT_EQ(vosklin({"show", root, "--at", "2025-03-01"}).exitStatus, 0);
+    auto bad = vosklin({"show", root, "--at", "soon"});
+    EXPECT_EQ(bad.exitStatus, 1);
+    EXPECT_NE(bad.err.find("not an instant"), std::string::npos);
+}
+
+TEST_F(HistoryCommandsTest, DiffComparesVersionsAndLiveFiles) {
+    const auto v1 = capture("notes.txt", "alpha\nbeta\ngamma\n", t0);
+    const auto v2 = capture("notes.txt", "alpha\nBETA\ngamma\ndelta\n", t0 + 100);
+    auto text = vosklin({"diff", std::to_string(v1.id), std::to_string(v2.id)});
+    ASSERT_EQ(text.exitStatus, 0) << text.err;
+    EXPECT_NE(text.out.find("     2        - beta"), std::string::npos) << text.out;
+    EXPECT_NE(text.out.find("            2 + BETA"), std::string::npos) << text.out;
+    EXPECT_EQ(text.out.find("\033["), std::string::npos) << "no colour when not on a terminal";
+
+    auto lines = jsonOf({"diff", std::to_string(v2.id), root + "/notes.txt"});
+    EXPECT_EQ(lines["kind"], "lines");
+    EXPECT_EQ(vosklin({"diff", std::to_string(v2.id), root + "/notes.txt"}).out, "The two versions are identical.\n");
+
+    test::writeFile(place / "image.bin", std::string("\x89PNG\r\n\x1a\n\0\0\0\rIHDR", 16));
+    EXPECT_EQ(jsonOf({"diff", std::to_string(v1.id), place / "image.bin"})["kind"], "notText");
+    EXPECT_EQ(vosklin({"diff", "999", std::to_string(v1.id)}).exitStatus, 1);
+}
+
+TEST_F(HistoryCommandsTest, StarsAreKeptOnVersions) {
+    const auto v = capture("a.txt", "a", t0);
+    ASSERT_EQ(vosklin({"star", std::to_string(v.id)}).exitStatus, 0);
+    EXPECT_TRUE(jsonOf({"versions", root + "/a.txt"})["versions"][0]["isStarred"]);
+    ASSERT_EQ(vosklin({"unstar", std::to_string(v.id)}).exitStatus, 0);
+    EXPECT_FALSE(jsonOf({"versions", root + "/a.txt"})["versions"][0]["isStarred"]);
+    auto unknown = vosklin({"star", "12345"});
+    EXPECT_EQ(unknown.exitStatus, 1);
+    EXPECT_NE(unknown.err.find("no version 12345"), std::string::npos) << unknown.err;
+}
+
+}  // namespace
+}  // namespace vosklin
