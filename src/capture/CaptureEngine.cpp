@@ -4,6 +4,7 @@
 #include <chrono>
 
 #include "bridge/FolderAccess.h"
+#include "platform/ErrorText.h"
 #include "platform/FileSystemError.h"
 #include "platform/PathNames.h"
 #include "platform/Uuid.h"
@@ -16,16 +17,6 @@ constexpr double tickInterval = 0.5;
 constexpr double checkpointInterval = 60;
 constexpr double heartbeatInterval = 21'600;
 constexpr double degradedCrawlInterval = 300;
-
-std::string describe(const std::exception_ptr& error) {
-    try {
-        std::rethrow_exception(error);
-    } catch (const std::exception& e) {
-        return e.what();
-    } catch (...) {
-        return "unknown error";
-    }
-}
 
 bool isReserved(const std::string& path, const std::string& home) {
     if (path == "/" || (!home.empty() && path == home)) return true;

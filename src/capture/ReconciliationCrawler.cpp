@@ -3,21 +3,12 @@
 #include <unordered_map>
 #include <unordered_set>
 
+#include "platform/ErrorText.h"
 #include "platform/FileSystemError.h"
 #include "platform/PathNames.h"
 
 namespace vosklin {
 namespace {
-
-std::string describe(const std::exception_ptr& error) {
-    try {
-        std::rethrow_exception(error);
-    } catch (const std::exception& e) {
-        return e.what();
-    } catch (...) {
-        return "unknown error";
-    }
-}
 
 std::optional<std::string> extensionOf(const std::string& path) {
     std::string extension = pathExtension(path);

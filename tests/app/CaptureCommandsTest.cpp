@@ -31,23 +31,10 @@ std::string hexOf(const std::string& bytes) {
 
 class CaptureCommandsTest : public ::testing::Test {
 protected:
-    CommandResult vosklin(std::vector<std::string> arguments) {
-        arguments.insert(arguments.begin(), {"--home", home.path()});
-        return test::runVosklin(arguments);
-    }
+    CommandResult vosklin(std::vector<std::string> arguments) { return test::runInHome(home.path(), arguments); }
 
     // A command that must succeed, with its JSON output.
-    json jsonOf(std::vector<std::string> arguments) {
-        arguments.push_back("--json");
-        auto result = vosklin(arguments);
-        EXPECT_EQ(result.exitStatus, 0) << result.err;
-        try {
-            return json::parse(result.out);
-        } catch (const json::exception& error) {
-            ADD_FAILURE() << "not JSON (" << error.what() << "): " << result.out;
-            return json::object();
-        }
-    }
+    json jsonOf(std::vector<std::string> arguments) { return test::jsonInHome(home.path(), arguments); }
 
     // A failed command says why on exactly one line.
     static void expectRefused(const CommandResult& result, const std::string& because) {

@@ -46,23 +46,10 @@ protected:
         test::writeFile(home / "settings.json", R"({"vosklin.mergeWindowSeconds": 0.2})");
     }
 
-    CommandResult vosklin(std::vector<std::string> arguments) {
-        arguments.insert(arguments.begin(), {"--home", home.path()});
-        return test::runVosklin(arguments);
-    }
+    CommandResult vosklin(std::vector<std::string> arguments) { return test::runInHome(home.path(), arguments); }
 
     // A command that must succeed, with its JSON output.
-    json jsonOf(std::vector<std::string> arguments) {
-        arguments.push_back("--json");
-        auto result = vosklin(arguments);
-        EXPECT_EQ(result.exitStatus, 0) << result.err;
-        try {
-            return json::parse(result.out);
-        } catch (const json::exception& error) {
-            ADD_FAILURE() << "not JSON (" << error.what() << "): " << result.out;
-            return json::object();
-        }
-    }
+    json jsonOf(std::vector<std::string> arguments) { return test::jsonInHome(home.path(), arguments); }
 
     void succeeds(const std::vector<std::string>& arguments) {
         auto result = vosklin(arguments);

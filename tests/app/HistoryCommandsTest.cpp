@@ -40,16 +40,8 @@ protected:
         EXPECT_EQ(outcome.kind, CaptureOutcome::Kind::stored);
         return outcome.version;
     }
-    test::CommandResult vosklin(std::vector<std::string> arguments) {
-        arguments.insert(arguments.begin(), {"--home", home.path()});
-        return test::runVosklin(arguments);
-    }
-    json jsonOf(std::vector<std::string> arguments) {
-        arguments.push_back("--json");
-        auto result = vosklin(arguments);
-        EXPECT_EQ(result.exitStatus, 0) << result.err;
-        return json::parse(result.out);
-    }
+    test::CommandResult vosklin(std::vector<std::string> arguments) { return test::runInHome(home.path(), arguments); }
+    json jsonOf(std::vector<std::string> arguments) { return test::jsonInHome(home.path(), arguments); }
 
     TempDirectory home;
     TempDirectory place;

@@ -1,6 +1,7 @@
 #include "support/CommandRunner.h"
 
 #include <fcntl.h>
+#include <gtest/gtest.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -43,6 +44,23 @@ CommandResult runVosklin(const std::vector<std::string>& arguments,
     result.out = readFile(outPath);
     result.err = readFile(errPath);
     return result;
+}
+
+CommandResult runInHome(const std::string& home, std::vector<std::string> arguments) {
+    arguments.insert(arguments.begin(), {"--home", home});
+    return runVosklin(arguments);
+}
+
+nlohmann::json jsonInHome(const std::string& home, std::vector<std::string> arguments) {
+    arguments.push_back("--json");
+    auto result = runInHome(home, arguments);
+    EXPECT_EQ(result.exitStatus, 0) << result.err;
+    try {
+        return nlohmann::json::parse(result.out);
+    } catch (const nlohmann::json::exception& error) {
+        ADD_FAILURE() << "not JSON (" << error.what() << "): " << result.out;
+        return nlohmann::json::object();
+    }
 }
 
 }  // namespace vosklin::test

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <map>
+#include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
 
@@ -16,5 +17,10 @@ struct CommandResult {
 // variables given, and collects what it printed.
 CommandResult runVosklin(const std::vector<std::string>& arguments,
                          const std::map<std::string, std::string>& environment = {});
+
+// Runs `vosklin --home HOME ...`; `json` runs a command that must succeed with
+// --json and parses its output (a failure or non-JSON output fails the test).
+CommandResult runInHome(const std::string& home, std::vector<std::string> arguments);
+nlohmann::json jsonInHome(const std::string& home, std::vector<std::string> arguments);
 
 }  // namespace vosklin::test
