@@ -185,7 +185,13 @@ void InotifyWatcher::run() {
     while (running_) {
         pollfd fds[3] = {{inotify_.get(), POLLIN, 0}, {wake_.get(), POLLIN, 0}, {mountInfo_.get(), POLLPRI, 0}};
         const nfds_t count = mountInfo_ ? 3 : 2;
-        int ready = ::poll(fds, count, 25);
+        bool movesHeld;
+        {
+            std::lock_guard guard(lock_);
+            movesHeld = !moves_.empty();
+        }
+        // Wake on a timer only while half of a move waits for its pair; idle, sleep until something happens.
+        int ready = ::poll(fds, count, movesHeld ? 25 : -1);
         if (ready < 0 && errno != EINTR) break;
         std::uint64_t drainTicket = 0;
         if (fds[1].revents & POLLIN) {
