@@ -55,6 +55,35 @@ nlohmann::json ApiHandlers::mark(const nlohmann::json& request, bool naming) {
     return {{"at", formatInstant(moment->at)}};
 }
 
+nlohmann::json ApiHandlers::restore(const nlohmann::json& request) {
+    auto& service = context_.restoreService();
+    // The daemon does not take its own writes for the user's changes.
+    if (engine_) service.beforeWrite = [this](const std::vector<std::string>& paths) { engine_->suppress(paths); };
+    try {
+        RestoreReport report;
+        if (request.contains("previous")) {
+            auto found = context_.folders().folderContaining(getPath(request, "previous"));
+            if (!found || found->second.empty())
+                throw ApiError(404, displayableUtf8(getPath(request, "previous")) + " is not inside a watched folder");
+            report = service.restorePrevious(found->first.id, found->second);
+        } else {
+            const std::int64_t version = request.value("version", std::int64_t(0));
+            report = service.restore(version, request.value("inPlace", false) ? RestoreMode::replaceInPlace
+                                                                               : RestoreMode::copyBeside);
+        }
+        nlohmann::json answer = {{"mode", std::string(toString(report.mode))}};
+        putPath(answer, "restoredPath", report.restoredPath);
+        answer["preRestoreVersionID"] =
+            report.preRestoreVersionID ? nlohmann::json(*report.preRestoreVersionID) : nlohmann::json();
+        return answer;
+    } catch (const RestoreError& error) {
+        const int status = error.kind() == RestoreError::Kind::blockedBySafetyPolicy ? 403
+                           : error.kind() == RestoreError::Kind::failed            ? 500
+                                                                                   : 404;
+        throw ApiError(status, error.what());
+    }
+}
+
 nlohmann::json ApiHandlers::star(const nlohmann::json& request, bool starred) {
     const std::string text = request.contains("version") && request["version"].is_number_integer()
                                  ? std::to_string(request["version"].get<std::int64_t>())
@@ -125,6 +154,7 @@ nlohmann::json ApiHandlers::call(const std::string& name, const nlohmann::json& 
     }
     if (name == "name" || name == "unname") return mark(request, name == "name");
     if (name == "star" || name == "unstar") return star(request, name == "star");
+    if (name == "restore") return restore(request);
     throw ApiError(404, "Unknown request '" + name + "'");
 }
 

@@ -30,6 +30,7 @@ private:
 //   name     {"folder", "moment", "name"} -> {"at": the moment's instant}
 //   unname   {"folder", "moment"}         -> {"at": ...}
 //   star     {"version": id}              -> {"id", "isStarred"}   (and unstar)
+//   restore  {"version": id, "inPlace": bool} or {"previous": path} -> {"mode", "restoredPath", "preRestoreVersionID"}
 //
 // With an engine (in the daemon) work goes through it; without one it runs in
 // this process. Failures are thrown as ApiError.
@@ -43,6 +44,7 @@ private:
     WatchedFolder folderOf(const nlohmann::json& request, bool mustBeReachable = true);
     nlohmann::json mark(const nlohmann::json& request, bool naming);
     nlohmann::json star(const nlohmann::json& request, bool starred);
+    nlohmann::json restore(const nlohmann::json& request);
 
     AppContext& context_;
     CaptureEngine* engine_;

@@ -42,6 +42,18 @@ CaptureService& AppContext::captureService() {
     return *capture_;
 }
 
+PayloadCloner& AppContext::cloner() {
+    captureService();
+    return *cloner_;
+}
+
+RestoreService& AppContext::restoreService() {
+    if (!restore_)
+        restore_ = std::make_unique<RestoreService>(RestoreService::Collaborators{
+            catalog(), layout_, captureService(), folders_, fileSystem_, cloner(), clock_, logger_});
+    return *restore_;
+}
+
 ReconciliationCrawler AppContext::makeCrawler() {
     walker_ = std::make_unique<FolderWalker>(fileSystem_, excludeRules(), packageKinds());
     return ReconciliationCrawler(catalog(), captureService(), *walker_, fileSystem_, clock_, logger_);

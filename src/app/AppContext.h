@@ -13,6 +13,7 @@
 #include "platform/Logger.h"
 #include "platform/PosixFileSystem.h"
 #include "platform/Settings.h"
+#include "restore/RestoreService.h"
 #include "store/PayloadCloner.h"
 #include "store/PayloadDigest.h"
 #include "store/PayloadWriter.h"
@@ -43,6 +44,8 @@ public:
     // Opens (creating and migrating as needed) the catalog.
     VersionCatalog& catalog();
     CaptureService& captureService();
+    PayloadCloner& cloner();
+    RestoreService& restoreService();
     // A crawler with the current exclusion and package settings.
     ReconciliationCrawler makeCrawler();
     ExcludeRules excludeRules();
@@ -63,6 +66,7 @@ private:
     std::unique_ptr<PayloadVerifier> verifier_;
     std::unique_ptr<CaptureService> capture_;
     std::unique_ptr<FolderWalker> walker_;
+    std::unique_ptr<RestoreService> restore_;
 };
 
 }  // namespace vosklin

@@ -123,6 +123,16 @@ int CommandLine::run(int argc, char** argv) {
     diff->add_option("NEW", otherVersion, "A version number, or the path of a file")->required();
     addJson(diff);
 
+    bool inPlace = false;
+    std::optional<std::string> previous;
+    auto restore = app.add_subcommand("restore", "Put a version back: as a copy beside the file, or in its place");
+    restore->add_option("VERSION", versionID, "The version number, as 'vosklin versions' shows it");
+    restore->add_flag("--in-place", inPlace, "Replace the file itself (what is there now is kept in history first)");
+    restore->add_option("--previous", previous, "Put back the version before the current one of PATH, in place")
+        ->option_text("PATH");
+    restore->footer("A copy is named like 'Report (restored).txt'. Nothing is ever written outside the watched\n"
+                    "folders, and an interrupted restore is cleaned up at the next start.");
+
     std::vector<std::string> runFolders;
     bool background = false;
     auto runDaemon = app.add_subcommand("run", "Record the watched folders live until stopped (the daemon)");
@@ -193,6 +203,10 @@ int CommandLine::run(int argc, char** argv) {
         if (unname->parsed()) return histories.name(folderName, momentText, std::nullopt);
         if (star->parsed()) return histories.star(versionID, true);
         if (unstar->parsed()) return histories.star(versionID, false);
+        if (restore->parsed()) {
+            if (!previous && versionID.empty()) throw CommandError("Give a VERSION, or --previous PATH");
+            return histories.restore(versionID, inPlace, previous);
+        }
         if (diff->parsed()) return DiffCommand(context, out_, 1).run(versionID, otherVersion, json);
     } catch (const CatalogError& error) {
         if (error.kind() == CatalogError::Kind::storeIsNewerThanTheApp) {

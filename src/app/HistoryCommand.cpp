@@ -13,6 +13,7 @@
 #include "history/FolderHistory.h"
 #include "platform/Instant.h"
 #include "platform/PathJson.h"
+#include "platform/PathNames.h"
 #include "platform/StringTable.h"
 
 namespace vosklin {
@@ -160,6 +161,26 @@ int HistoryCommand::name(const std::string& folderName, const std::string& momen
     auto answer = changeHistory(context_, newName ? "name" : "unname", request);
     out_ << (newName ? "Named the moment of " : "Removed the name of the moment of ")
          << formatLocalTime(parseInstant(answer.value("at", "")).value_or(0)) << "\n";
+    return 0;
+}
+
+int HistoryCommand::restore(const std::string& version, bool inPlace, const std::optional<std::string>& previous) {
+    nlohmann::json request;
+    if (previous) {
+        putPath(request, "previous", absolutePath(*previous));
+    } else {
+        char* end = nullptr;
+        const long long id = std::strtoll(version.c_str(), &end, 10);
+        if (version.empty() || *end != '\0' || id <= 0)
+            throw CommandError("'" + version + "' is not a version number (see 'vosklin versions PATH')");
+        request = {{"version", id}, {"inPlace", inPlace}};
+    }
+    if (!context_.storeExists()) throw CommandError("There is no version " + version);
+    auto answer = changeHistory(context_, "restore", request);
+    out_ << "Restored " << displayableUtf8(getPath(answer, "restoredPath"));
+    if (!answer["preRestoreVersionID"].is_null())
+        out_ << " (what was there is kept as version " << answer["preRestoreVersionID"].get<std::int64_t>() << ")";
+    out_ << "\n";
     return 0;
 }
 

@@ -16,6 +16,7 @@ public:
     int show(const std::string& folder, const std::string& at, bool json);
     int name(const std::string& folder, const std::string& moment, const std::optional<std::string>& name);
     int star(const std::string& version, bool starred);
+    int restore(const std::string& version, bool inPlace, const std::optional<std::string>& previous);
 
 private:
     AppContext& context_;

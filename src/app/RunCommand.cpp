@@ -58,6 +58,8 @@ int RunCommand::run(const std::vector<std::string>& folders, bool background) {
 
     std::unique_ptr<CaptureEngine> engine;
     try {
+        // Before anything records: an interrupted restore's leftovers are not the user's changes.
+        context_.restoreService().recoverInterrupted();
         engine = std::make_unique<CaptureEngine>(
             CaptureEngine::Collaborators{context_.folders(), context_.catalog(), context_.captureService(),
                                          context_.layout(), context_.fileSystem(), context_.clock(),

@@ -40,6 +40,8 @@ std::string readWholeFile(FileSystem& fileSystem, const std::string& path) {
     return text;
 }
 
+std::string descriptorPath(int fd) { return "/proc/self/fd/" + std::to_string(fd); }
+
 void removeAll(FileSystem& fileSystem, const std::string& path) {
     auto status = fileSystem.linkStatus(path);
     if (!status) return;

@@ -81,7 +81,27 @@ public:
     virtual void exchange(const std::string& first, const std::string& second) = 0;
     virtual void removeFile(const std::string& path) = 0;
     virtual void removeDirectory(const std::string& path) = 0;
+
+    // --- Relative to an open directory, never following a link ---------------
+    // Writes into a user's folder go through these, so that a link swapped into
+    // the path after it was checked cannot send them anywhere else.
+    //
+    // Opens `root` and then each component of `relative` below it with
+    // O_NOFOLLOW: ELOOP when any of them is a symbolic link, ENOTDIR when one
+    // is not a directory.
+    virtual UniqueFd openDirectoryBeneath(const std::string& root, const std::string& relative) = 0;
+    // fstatat(AT_SYMLINK_NOFOLLOW). Absent when nothing is there.
+    virtual std::optional<FileStatus> statAt(int directory, const std::string& name) = 0;
+    // renameat within one directory; with `exchange`, RENAME_EXCHANGE (both must exist).
+    virtual void renameAt(int directory, const std::string& from, const std::string& to, bool exchange) = 0;
+    // unlinkat of a file (or, with `isDirectory`, an empty directory).
+    virtual void removeAt(int directory, const std::string& name, bool isDirectory) = 0;
+    virtual void syncDirectory(int directory) = 0;
 };
+
+// The path by which the kernel reaches what `fd` refers to ("/proc/self/fd/N"):
+// work inside an opened directory through it without resolving its path again.
+std::string descriptorPath(int fd);
 
 // Helpers built only from the interface above, so an injected fault reaches them too.
 

@@ -322,4 +322,47 @@ void PosixFileSystem::removeDirectory(const std::string& path) {
     if (::rmdir(path.c_str()) != 0) fail("rmdir", path);
 }
 
+UniqueFd PosixFileSystem::openDirectoryBeneath(const std::string& root, const std::string& relative) {
+    int fd = ::open(root.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (fd < 0) fail("open", root);
+    UniqueFd current(fd);
+    std::string walked = root;
+    std::size_t start = 0;
+    while (start < relative.size()) {
+        std::size_t end = relative.find('/', start);
+        if (end == std::string::npos) end = relative.size();
+        const std::string component = relative.substr(start, end - start);
+        start = end + 1;
+        if (component.empty() || component == ".") continue;
+        walked += "/" + component;
+        if (component == "..") throw FileSystemError(EPERM, "open", walked);
+        int next = ::openat(current.get(), component.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+        if (next < 0) fail("open", walked);
+        current.reset(next);
+    }
+    return current;
+}
+
+std::optional<FileStatus> PosixFileSystem::statAt(int directory, const std::string& name) {
+    struct stat st {};
+    if (::fstatat(directory, name.c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0) {
+        if (errno == ENOENT) return std::nullopt;
+        fail("fstatat", name);
+    }
+    return fromStat(st);
+}
+
+void PosixFileSystem::renameAt(int directory, const std::string& from, const std::string& to, bool exchange) {
+    if (::renameat2(directory, from.c_str(), directory, to.c_str(), exchange ? RENAME_EXCHANGE : 0) != 0)
+        fail(exchange ? "exchange" : "rename", from + " -> " + to);
+}
+
+void PosixFileSystem::removeAt(int directory, const std::string& name, bool isDirectory) {
+    if (::unlinkat(directory, name.c_str(), isDirectory ? AT_REMOVEDIR : 0) != 0) fail("unlink", name);
+}
+
+void PosixFileSystem::syncDirectory(int directory) {
+    if (::fsync(directory) != 0) fail("fsync", describeFd(directory));
+}
+
 }  // namespace vosklin

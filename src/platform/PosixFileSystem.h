@@ -40,6 +40,12 @@ public:
     void exchange(const std::string& first, const std::string& second) override;
     void removeFile(const std::string& path) override;
     void removeDirectory(const std::string& path) override;
+
+    UniqueFd openDirectoryBeneath(const std::string& root, const std::string& relative) override;
+    std::optional<FileStatus> statAt(int directory, const std::string& name) override;
+    void renameAt(int directory, const std::string& from, const std::string& to, bool exchange) override;
+    void removeAt(int directory, const std::string& name, bool isDirectory) override;
+    void syncDirectory(int directory) override;
 };
 
 }  // namespace vosklin

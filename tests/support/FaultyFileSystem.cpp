@@ -142,4 +142,14 @@ void FaultyFileSystem::removeDirectory(const std::string& path) {
     real_.removeDirectory(path);
 }
 
+void FaultyFileSystem::renameAt(int directory, const std::string& from, const std::string& to, bool exchange) {
+    check(Operation::renameAt, to, true);
+    real_.renameAt(directory, from, to, exchange);
+}
+
+void FaultyFileSystem::removeAt(int directory, const std::string& name, bool isDirectory) {
+    check(Operation::removeAt, name, true);
+    real_.removeAt(directory, name, isDirectory);
+}
+
 }  // namespace vosklin::test

@@ -17,7 +17,7 @@ class FaultyFileSystem final : public FileSystem {
 public:
     enum class Operation {
         create, read, write, syncFile, syncDirectory, syncFileSystem, clone, copy, makeDirectory, rename,
-        exchange, removeFile, removeDirectory, setAttribute, makeSymlink, lock, list,
+        exchange, removeFile, removeDirectory, renameAt, removeAt, setAttribute, makeSymlink, lock, list,
     };
 
     // Fails the next `times` calls of `operation` whose path contains `pathPart` with `error`.
@@ -68,6 +68,16 @@ public:
     void exchange(const std::string& first, const std::string& second) override;
     void removeFile(const std::string& path) override;
     void removeDirectory(const std::string& path) override;
+
+    UniqueFd openDirectoryBeneath(const std::string& root, const std::string& relative) override {
+        return real_.openDirectoryBeneath(root, relative);
+    }
+    std::optional<FileStatus> statAt(int directory, const std::string& name) override {
+        return real_.statAt(directory, name);
+    }
+    void renameAt(int directory, const std::string& from, const std::string& to, bool exchange) override;
+    void removeAt(int directory, const std::string& name, bool isDirectory) override;
+    void syncDirectory(int directory) override { real_.syncDirectory(directory); }
 
 private:
     struct Fault {

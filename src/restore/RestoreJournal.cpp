@@ -1,0 +1,58 @@
+#include "restore/RestoreJournal.h"
+
+#include <nlohmann/json.hpp>
+#include <stdexcept>
+
+#include "platform/AtomicFile.h"
+#include "platform/Instant.h"
+#include "platform/PathJson.h"
+#include "platform/PathNames.h"
+
+namespace vosklin {
+
+std::string_view toString(RestoreMode mode) { return mode == RestoreMode::copyBeside ? "copyBeside" : "replaceInPlace"; }
+
+void RestoreJournal::write(FileSystem& fileSystem, const std::string& journalDirectory) const {
+    nlohmann::json json;
+    json["version"] = version;
+    json["id"] = id;
+    json["startedAt"] = formatInstant(startedAt);
+    json["mode"] = std::string(toString(mode));
+    putPath(json, "payloadPath", payloadPath);
+    putPath(json, "destinationPath", destinationPath);
+    if (scratchPath) putPath(json, "scratchPath", *scratchPath);
+    if (preRestoreVersionID) json["preRestoreVersionID"] = *preRestoreVersionID;
+    writeFileAtomically(fileSystem, joinPath(journalDirectory, fileName()), json.dump(2) + "\n", 0600);
+}
+
+RestoreJournal RestoreJournal::read(FileSystem& fileSystem, const std::string& path) {
+    auto json = nlohmann::json::parse(readWholeFile(fileSystem, path));
+    RestoreJournal journal;
+    journal.version = json.at("version").get<int>();
+    journal.id = json.at("id").get<std::string>();
+    auto started = parseInstant(json.at("startedAt").get<std::string>());
+    if (!started) throw std::runtime_error("startedAt is not an instant");
+    journal.startedAt = *started;
+    journal.mode = json.at("mode").get<std::string>() == "replaceInPlace" ? RestoreMode::replaceInPlace
+                                                                           : RestoreMode::copyBeside;
+    journal.payloadPath = getPath(json, "payloadPath");
+    journal.destinationPath = getPath(json, "destinationPath");
+    if (json.contains("scratchPath")) journal.scratchPath = getPath(json, "scratchPath");
+    if (json.contains("preRestoreVersionID")) journal.preRestoreVersionID = json["preRestoreVersionID"].get<std::int64_t>();
+    return journal;
+}
+
+void RestoreManifest::write(FileSystem& fileSystem, const std::string& journalDirectory) const {
+    nlohmann::json json;
+    json["version"] = version;
+    json["id"] = id;
+    json["finishedAt"] = formatInstant(finishedAt);
+    json["mode"] = std::string(toString(mode));
+    putPath(json, "payloadPath", payloadPath);
+    putPath(json, "restoredPath", restoredPath);
+    if (preRestoreVersionID) json["preRestoreVersionID"] = *preRestoreVersionID;
+    if (recoveredAt) json["recoveredAt"] = formatInstant(*recoveredAt);
+    writeFileAtomically(fileSystem, joinPath(journalDirectory, "restored-" + id + ".json"), json.dump(2) + "\n", 0600);
+}
+
+}  // namespace vosklin

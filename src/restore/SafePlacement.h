@@ -1,0 +1,43 @@
+#pragma once
+
+#include <functional>
+#include <string>
+
+#include "platform/FileSystem.h"
+#include "store/PayloadCloner.h"
+
+namespace vosklin {
+
+// Writes into a watched folder so that nothing can redirect the write: the
+// destination's parent is opened once, walking down from the watched root
+// without following any link, and every step after that (the scratch copy,
+// its sync, the swap, the removal of what was swapped out) works relative to
+// that open directory. A link swapped into the path after the policy check
+// makes the open fail (ELOOP) instead of sending the write elsewhere.
+//
+// A placement: copy the payload (a file, or a package directory) to a scratch
+// item ".vosklin-restore-<UUID>" beside the destination, sync it, then swap it
+// into place with RENAME_EXCHANGE (or rename it there when nothing is at the
+// destination) and remove what was swapped out. At every instant the
+// destination holds the old content or the new, whole. Failures are thrown as
+// FileSystemError or CloneError; a scratch item left by a failure is removed.
+class SafePlacement {
+public:
+    SafePlacement(FileSystem& fileSystem, PayloadCloner& cloner);
+
+    // `beforeCopy` hears the scratch item's absolute path before it is made (for a journal).
+    void place(const std::string& root, const std::string& relativePath, const std::string& payload,
+               const std::function<void(const std::string& scratchPath)>& beforeCopy = nullptr);
+    // Removes the file (or package directory) at root/relativePath; nothing there is fine.
+    void remove(const std::string& root, const std::string& relativePath);
+
+    static constexpr std::string_view scratchPrefix = ".vosklin-restore-";
+
+private:
+    void removeItem(int directory, const std::string& name);
+
+    FileSystem& fileSystem_;
+    PayloadCloner& cloner_;
+};
+
+}  // namespace vosklin
