@@ -84,6 +84,25 @@ nlohmann::json ApiHandlers::restore(const nlohmann::json& request) {
     }
 }
 
+nlohmann::json ApiHandlers::rewind(const nlohmann::json& request) {
+    WatchedFolder folder = folderOf(request);
+    auto target = parseInstant(request.value("target", ""));
+    if (!target) throw ApiError(400, "The request names no instant to go back to");
+    auto& service = context_.rewindService();
+    if (engine_) service.beforeWrite = [this](const std::vector<std::string>& paths) { engine_->suppress(paths); };
+    try {
+        // Planned here, at the moment of writing, so that the plan is of the folder as it is now.
+        auto report = service.rewind(folder, service.plan(folder, *target));
+        nlohmann::json failed = nlohmann::json::array();
+        for (const auto& path : report.failedPaths) failed.push_back(displayableUtf8(path));
+        return {{"target", formatInstant(report.target)},     {"beforeRewindAt", formatInstant(report.beforeRewindAt)},
+                {"revertedCount", report.revertedCount},      {"restoredCount", report.restoredCount},
+                {"removedCount", report.removedCount},        {"failedPaths", failed}};
+    } catch (const RewindError& error) {
+        throw ApiError(error.kind() == RewindError::Kind::nothingToDo ? 409 : 403, error.what());
+    }
+}
+
 nlohmann::json ApiHandlers::star(const nlohmann::json& request, bool starred) {
     const std::string text = request.contains("version") && request["version"].is_number_integer()
                                  ? std::to_string(request["version"].get<std::int64_t>())
@@ -155,6 +174,7 @@ nlohmann::json ApiHandlers::call(const std::string& name, const nlohmann::json& 
     if (name == "name" || name == "unname") return mark(request, name == "name");
     if (name == "star" || name == "unstar") return star(request, name == "star");
     if (name == "restore") return restore(request);
+    if (name == "rewind") return rewind(request);
     throw ApiError(404, "Unknown request '" + name + "'");
 }
 

@@ -30,6 +30,7 @@ private:
 //   name     {"folder", "moment", "name"} -> {"at": the moment's instant}
 //   unname   {"folder", "moment"}         -> {"at": ...}
 //   star     {"version": id}              -> {"id", "isStarred"}   (and unstar)
+//   rewind   {"folder", "target": instant}   -> the rewind report
 //   restore  {"version": id, "inPlace": bool} or {"previous": path} -> {"mode", "restoredPath", "preRestoreVersionID"}
 //
 // With an engine (in the daemon) work goes through it; without one it runs in
@@ -45,6 +46,7 @@ private:
     nlohmann::json mark(const nlohmann::json& request, bool naming);
     nlohmann::json star(const nlohmann::json& request, bool starred);
     nlohmann::json restore(const nlohmann::json& request);
+    nlohmann::json rewind(const nlohmann::json& request);
 
     AppContext& context_;
     CaptureEngine* engine_;

@@ -54,6 +54,15 @@ RestoreService& AppContext::restoreService() {
     return *restore_;
 }
 
+RewindService& AppContext::rewindService() {
+    if (!rewind_)
+        rewind_ = std::make_unique<RewindService>(
+            RestoreService::Collaborators{catalog(), layout_, captureService(), folders_, fileSystem_, cloner(), clock_,
+                                          logger_},
+            excludeRules(), packageKinds());
+    return *rewind_;
+}
+
 ReconciliationCrawler AppContext::makeCrawler() {
     walker_ = std::make_unique<FolderWalker>(fileSystem_, excludeRules(), packageKinds());
     return ReconciliationCrawler(catalog(), captureService(), *walker_, fileSystem_, clock_, logger_);

@@ -14,6 +14,7 @@
 #include "platform/PosixFileSystem.h"
 #include "platform/Settings.h"
 #include "restore/RestoreService.h"
+#include "restore/RewindService.h"
 #include "store/PayloadCloner.h"
 #include "store/PayloadDigest.h"
 #include "store/PayloadWriter.h"
@@ -46,6 +47,7 @@ public:
     CaptureService& captureService();
     PayloadCloner& cloner();
     RestoreService& restoreService();
+    RewindService& rewindService();
     // A crawler with the current exclusion and package settings.
     ReconciliationCrawler makeCrawler();
     ExcludeRules excludeRules();
@@ -67,6 +69,7 @@ private:
     std::unique_ptr<CaptureService> capture_;
     std::unique_ptr<FolderWalker> walker_;
     std::unique_ptr<RestoreService> restore_;
+    std::unique_ptr<RewindService> rewind_;
 };
 
 }  // namespace vosklin

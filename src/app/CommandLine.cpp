@@ -8,6 +8,7 @@
 #include "app/CommandError.h"
 #include "app/DaemonClient.h"
 #include "app/DaemonEndpoint.h"
+#include "app/RewindCommand.h"
 #include "app/RunCommand.h"
 #include "app/DiffCommand.h"
 #include "app/FolderCommand.h"
@@ -133,6 +134,20 @@ int CommandLine::run(int argc, char** argv) {
     restore->footer("A copy is named like 'Report (restored).txt'. Nothing is ever written outside the watched\n"
                     "folders, and an interrupted restore is cleaned up at the next start.");
 
+    bool dryRun = false, yes = false;
+    auto rewind = app.add_subcommand("rewind", "Put a whole folder back as it was at a moment (undoable)");
+    rewind->add_option("FOLDER", folderName, "The folder's path or id")->required();
+    rewind->add_option("MOMENT", momentText, "The moment's instant, as 'history' prints it, or a local date-time")
+        ->required();
+    rewind->add_flag("--dry-run", dryRun, "Only show what would change");
+    rewind->add_flag("-y,--yes", yes, "Do not ask for confirmation");
+    rewind->footer("Changed files are put back, deleted ones brought back, files added since removed. The folder\n"
+                   "as it is now is kept on the timeline first: 'vosklin undo-rewind FOLDER' goes back to it.");
+    auto undoRewind = app.add_subcommand("undo-rewind", "Undo the latest rewind of a folder");
+    undoRewind->add_option("FOLDER", folderName, "The folder's path or id")->required();
+    undoRewind->add_flag("--dry-run", dryRun, "Only show what would change");
+    undoRewind->add_flag("-y,--yes", yes, "Do not ask for confirmation");
+
     std::vector<std::string> runFolders;
     bool background = false;
     auto runDaemon = app.add_subcommand("run", "Record the watched folders live until stopped (the daemon)");
@@ -207,6 +222,8 @@ int CommandLine::run(int argc, char** argv) {
             if (!previous && versionID.empty()) throw CommandError("Give a VERSION, or --previous PATH");
             return histories.restore(versionID, inPlace, previous);
         }
+        if (rewind->parsed()) return RewindCommand(context, out_, err_).rewind(folderName, momentText, dryRun, yes);
+        if (undoRewind->parsed()) return RewindCommand(context, out_, err_).undo(folderName, dryRun, yes);
         if (diff->parsed()) return DiffCommand(context, out_, 1).run(versionID, otherVersion, json);
     } catch (const CatalogError& error) {
         if (error.kind() == CatalogError::Kind::storeIsNewerThanTheApp) {

@@ -20,8 +20,10 @@ void SafePlacement::removeItem(int directory, const std::string& name) {
     }
 }
 
+std::string SafePlacement::makeScratchName() { return std::string(scratchPrefix) + makeUuid(); }
+
 void SafePlacement::place(const std::string& root, const std::string& relativePath, const std::string& payload,
-                          const std::function<void(const std::string&)>& beforeCopy) {
+                          const std::function<void(const std::string&)>& beforeCopy, std::string scratchName) {
     const std::string parent = parentPath(relativePath) == "." ? "" : parentPath(relativePath);
     const std::string name = lastComponent(relativePath);
     // Folders that no longer exist (a deleted folder's file coming back) are made, one level at a time.
@@ -37,7 +39,7 @@ void SafePlacement::place(const std::string& root, const std::string& relativePa
         start = end + 1;
     }
     UniqueFd directory = fileSystem_.openDirectoryBeneath(root, parent);
-    const std::string scratch = std::string(scratchPrefix) + makeUuid();
+    const std::string scratch = scratchName.empty() ? makeScratchName() : scratchName;
     if (beforeCopy) beforeCopy(joinPath(joinPath(root, parent), scratch));
     try {
         cloner_.clone(payload, joinPath(descriptorPath(directory.get()), scratch));

@@ -26,8 +26,11 @@ public:
     SafePlacement(FileSystem& fileSystem, PayloadCloner& cloner);
 
     // `beforeCopy` hears the scratch item's absolute path before it is made (for a journal).
+    // `scratchName` may be chosen beforehand (a rewind journals all of them first); empty, one is made.
     void place(const std::string& root, const std::string& relativePath, const std::string& payload,
-               const std::function<void(const std::string& scratchPath)>& beforeCopy = nullptr);
+               const std::function<void(const std::string& scratchPath)>& beforeCopy = nullptr,
+               std::string scratchName = "");
+    static std::string makeScratchName();
     // Removes the file (or package directory) at root/relativePath; nothing there is fine.
     void remove(const std::string& root, const std::string& relativePath);
 

@@ -1,0 +1,93 @@
+#include "app/RewindCommand.h"
+
+#include <unistd.h>
+
+#include <iostream>
+
+#include "app/ApiHandlers.h"
+#include "app/ByteCount.h"
+#include "app/CommandError.h"
+#include "app/DaemonClient.h"
+#include "app/DaemonEndpoint.h"
+#include "app/TerminalOutput.h"
+#include "app/UserInstant.h"
+#include "history/FolderHistory.h"
+#include "platform/Instant.h"
+#include "platform/PathJson.h"
+#include "platform/StringTable.h"
+
+namespace vosklin {
+
+RewindCommand::RewindCommand(AppContext& context, std::ostream& out, std::ostream& err)
+    : context_(context), out_(out), err_(err) {}
+
+int RewindCommand::rewindTo(const WatchedFolder& folder, double target, bool dryRun, bool yes) {
+    using Action = RewindPlan::Step::Action;
+    RewindPlan plan;
+    try {
+        plan = context_.rewindService().plan(folder, target);
+    } catch (const RewindError& error) {
+        throw CommandError(StringTable::text(error.textKey()) + " (" + error.what() + ")");
+    }
+    if (plan.steps.empty()) throw CommandError(StringTable::text("rewind.error.nothingToDo"));
+    out_ << StringTable::text("rewind.sheet.subtitle %@ %@", {displayableUtf8(folder.path), formatLocalTime(target)})
+         << "\n";
+    for (auto [action, key] : {std::pair{Action::revert, "rewind.sheet.revert %lld"},
+                               {Action::restoreDeleted, "rewind.sheet.restore %lld"},
+                               {Action::removeAdded, "rewind.sheet.remove %lld"}})
+        if (auto count = plan.count(action)) out_ << "  " << StringTable::count(key, count) << "\n";
+    for (const auto& step : plan.steps) {
+        const char* label = step.action == Action::revert ? "revert " : step.action == Action::restoreDeleted ? "restore" : "remove ";
+        out_ << "    " << label << "  " << displayableUtf8(step.relativePath) << "\n";
+    }
+    out_ << StringTable::text("rewind.sheet.reversible") << "\n";
+    if (dryRun) return 0;
+    if (!yes) {
+        if (::isatty(0) != 1) throw CommandError("Add --yes to rewind without a terminal to confirm on");
+        out_ << StringTable::text("rewind.sheet.confirm") << "? [y/N] " << std::flush;
+        std::string answer;
+        std::getline(std::cin, answer);
+        if (answer != "y" && answer != "Y" && answer != "yes") {
+            out_ << "Nothing was changed.\n";
+            return 1;
+        }
+    }
+    nlohmann::json request = {{"target", formatInstant(target)}};
+    putPath(request, "folder", folder.path);
+    nlohmann::json report;
+    if (auto daemon = DaemonEndpoint::find(context_.fileSystem(), context_.locator().containerRoot()))
+        report = DaemonClient(*daemon).call("rewind", request);
+    else
+        report = ApiHandlers(context_, nullptr).call("rewind", request);
+    const long long changes = report.value("revertedCount", 0ll) + report.value("restoredCount", 0ll) +
+                              report.value("removedCount", 0ll);
+    out_ << StringTable::count("rewind.banner.done %lld %@", changes, {formatLocalTime(target)}) << "\n";
+    const auto failed = report.value("failedPaths", nlohmann::json::array());
+    if (!failed.empty()) {
+        err_ << "vosklin: " << StringTable::count("rewind.banner.failed %lld", static_cast<long long>(failed.size()))
+             << "\n";
+        return 1;
+    }
+    out_ << "Undo it with: vosklin undo-rewind " << displayableUtf8(folder.path) << "\n";
+    return 0;
+}
+
+int RewindCommand::rewind(const std::string& folderName, const std::string& moment, bool dryRun, bool yes) {
+    WatchedFolder folder = context_.folders().require(folderName);
+    auto target = parseUserInstant(moment);
+    if (!target) throw CommandError("'" + moment + "' is not an instant; use the form 'vosklin history' prints");
+    if (!context_.storeExists()) throw CommandError("Vosklin has no history of " + displayableUtf8(folder.path));
+    // A moment as printed is rounded to the microsecond: take the moment's own instant.
+    if (auto found = FolderHistory::load(context_.catalog(), folder.id).momentAt(*target)) target = found->at;
+    return rewindTo(folder, *target, dryRun, yes);
+}
+
+int RewindCommand::undo(const std::string& folderName, bool dryRun, bool yes) {
+    WatchedFolder folder = context_.folders().require(folderName);
+    if (context_.storeExists())
+        for (const auto& mark : context_.catalog().marks(folder.id))  // newest first
+            if (mark.kind == MomentMark::Kind::beforeRewind) return rewindTo(folder, mark.at, dryRun, yes);
+    throw CommandError(displayableUtf8(folder.path) + " has not been rewound: there is nothing to undo");
+}
+
+}  // namespace vosklin

@@ -1,0 +1,28 @@
+#pragma once
+
+#include <ostream>
+#include <string>
+
+#include "app/AppContext.h"
+
+namespace vosklin {
+
+// `vosklin rewind FOLDER MOMENT [--dry-run] [--yes]` and `vosklin undo-rewind FOLDER`.
+// Shows the plan, asks on a terminal unless --yes, then rewinds (through the
+// daemon when one runs).
+class RewindCommand {
+public:
+    RewindCommand(AppContext& context, std::ostream& out, std::ostream& err);
+
+    int rewind(const std::string& folder, const std::string& moment, bool dryRun, bool yes);
+    int undo(const std::string& folder, bool dryRun, bool yes);
+
+private:
+    int rewindTo(const WatchedFolder& folder, double target, bool dryRun, bool yes);
+
+    AppContext& context_;
+    std::ostream& out_;
+    std::ostream& err_;
+};
+
+}  // namespace vosklin

@@ -1,0 +1,76 @@
+#include "restore/RewindJournal.h"
+
+#include <nlohmann/json.hpp>
+#include <stdexcept>
+
+#include "platform/AtomicFile.h"
+#include "platform/Instant.h"
+#include "platform/PathJson.h"
+#include "platform/PathNames.h"
+
+namespace vosklin {
+namespace {
+
+double instantAt(const nlohmann::json& json, const char* key) {
+    auto instant = parseInstant(json.at(key).get<std::string>());
+    if (!instant) throw std::runtime_error(std::string(key) + " is not an instant");
+    return *instant;
+}
+
+}  // namespace
+
+void RewindJournal::write(FileSystem& fileSystem, const std::string& journalDirectory) const {
+    nlohmann::json json;
+    json["version"] = version;
+    json["id"] = id;
+    json["startedAt"] = formatInstant(startedAt);
+    json["folderID"] = folderID;
+    putPath(json, "folderRoot", folderRoot);
+    json["target"] = formatInstant(target);
+    json["beforeRewindAt"] = formatInstant(beforeRewindAt);
+    json["entries"] = nlohmann::json::array();
+    for (const auto& entry : entries) {
+        nlohmann::json item = {{"action", entry.action}};
+        putPath(item, "relativePath", entry.relativePath);
+        putPath(item, "destinationPath", entry.destinationPath);
+        if (entry.scratchPath) putPath(item, "scratchPath", *entry.scratchPath);
+        json["entries"].push_back(item);
+    }
+    writeFileAtomically(fileSystem, joinPath(journalDirectory, fileName()), json.dump(2) + "\n", 0600);
+}
+
+RewindJournal RewindJournal::read(FileSystem& fileSystem, const std::string& path) {
+    auto json = nlohmann::json::parse(readWholeFile(fileSystem, path));
+    RewindJournal journal;
+    journal.version = json.at("version").get<int>();
+    journal.id = json.at("id").get<std::string>();
+    journal.startedAt = instantAt(json, "startedAt");
+    journal.folderID = json.at("folderID").get<std::string>();
+    journal.folderRoot = getPath(json, "folderRoot");
+    journal.target = instantAt(json, "target");
+    journal.beforeRewindAt = instantAt(json, "beforeRewindAt");
+    for (const auto& item : json.at("entries")) {
+        Entry entry;
+        entry.action = item.at("action").get<std::string>();
+        entry.relativePath = getPath(item, "relativePath");
+        entry.destinationPath = getPath(item, "destinationPath");
+        if (item.contains("scratchPath")) entry.scratchPath = getPath(item, "scratchPath");
+        journal.entries.push_back(std::move(entry));
+    }
+    return journal;
+}
+
+void RewindManifest::write(FileSystem& fileSystem, const std::string& journalDirectory) const {
+    nlohmann::json json = {{"version", version},
+                           {"id", id},
+                           {"finishedAt", formatInstant(finishedAt)},
+                           {"folderID", folderID},
+                           {"target", formatInstant(target)},
+                           {"beforeRewindAt", formatInstant(beforeRewindAt)},
+                           {"revertedCount", revertedCount},
+                           {"restoredCount", restoredCount},
+                           {"removedCount", removedCount}};
+    writeFileAtomically(fileSystem, joinPath(journalDirectory, "rewound-" + id + ".json"), json.dump(2) + "\n", 0600);
+}
+
+}  // namespace vosklin

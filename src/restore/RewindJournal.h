@@ -1,0 +1,60 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "platform/FileSystem.h"
+
+namespace vosklin {
+
+// On disk from before a rewind's first write until its manifest is written:
+// "rewind-<id>.json" in the store's journal directory.
+struct RewindJournal {
+    static constexpr int formatVersion = 1;
+
+    struct Entry {
+        std::string action;  // "revert", "restoreDeleted", "removeAdded"
+        std::string relativePath;
+        std::string destinationPath;
+        std::optional<std::string> scratchPath;  // for writes
+    };
+    struct Interrupted;
+
+    int version = formatVersion;
+    std::string id;
+    double startedAt = 0;
+    std::string folderID;
+    std::string folderRoot;
+    double target = 0;
+    double beforeRewindAt = 0;
+    std::vector<Entry> entries;
+
+    std::string fileName() const { return "rewind-" + id + ".json"; }
+    void write(FileSystem& fileSystem, const std::string& journalDirectory) const;
+    static RewindJournal read(FileSystem& fileSystem, const std::string& path);
+};
+
+struct RewindJournal::Interrupted {
+    RewindJournal journal;
+    std::int64_t completedEntries = 0;
+    std::int64_t sweptScratch = 0;
+};
+
+// "rewound-<id>.json": a rewind that finished.
+struct RewindManifest {
+    int version = RewindJournal::formatVersion;
+    std::string id;
+    double finishedAt = 0;
+    std::string folderID;
+    double target = 0;
+    double beforeRewindAt = 0;
+    std::int64_t revertedCount = 0;
+    std::int64_t restoredCount = 0;
+    std::int64_t removedCount = 0;
+
+    void write(FileSystem& fileSystem, const std::string& journalDirectory) const;
+};
+
+}  // namespace vosklin

@@ -1,0 +1,236 @@
+#include "restore/RewindService.h"
+
+#include <unordered_map>
+
+#include "bridge/FolderAccess.h"
+#include "capture/FolderWalker.h"
+#include "platform/ErrorText.h"
+#include "platform/FileSystemError.h"
+#include "platform/PathJson.h"
+#include "platform/PathNames.h"
+#include "platform/Uuid.h"
+#include "store/PayloadDigest.h"
+
+namespace vosklin {
+
+std::string RewindError::textKey() const {
+    switch (kind_) {
+        case Kind::blockedBySafetyPolicy: return "rewind.error.blocked";
+        case Kind::payloadMissing: return "rewind.error.payloadGone";
+        case Kind::nothingToDo: return "rewind.error.nothingToDo";
+        case Kind::folderUnreadable: return "rewind.error.folderUnreadable";
+    }
+    return "rewind.error.blocked";
+}
+
+RewindService::RewindService(RestoreService::Collaborators collaborators, ExcludeRules excludes, PackageKinds packages)
+    : c_(collaborators), excludes_(std::move(excludes)), packages_(std::move(packages)) {}
+
+RewindPlan RewindService::plan(const WatchedFolder& folder, double target) {
+    auto reach = FolderAccess(c_.fileSystem).check(folder);
+    if (!reach.reachable) throw RewindError(RewindError::Kind::folderUnreadable, displayableUtf8(folder.path) + " " + reach.reason);
+    const auto states = c_.catalog.stateAt(folder.id, target);
+    std::unordered_map<std::string, TrackedFile> rows;
+    for (auto& file : c_.catalog.files(folder.id, true)) rows.emplace(file.relativePath, std::move(file));
+    const auto newest = c_.catalog.newestVersionSummaries(folder.id);
+    PayloadDigest digests(c_.fileSystem);
+    std::vector<RewindPlan::LiveFile> live;
+    for (const auto& unit : FolderWalker(c_.fileSystem, excludes_, packages_).walk(folder.path)) {
+        RewindPlan::LiveFile file{unit.relativePath, unit.size, std::nullopt, unit.modifiedAt, unit.isPackage};
+        // The catalog's digest holds while the file is what its newest version saw: same
+        // inode and size, not modified since. Otherwise the bytes on disk decide.
+        auto row = rows.find(unit.relativePath);
+        if (row != rows.end() && row->second.lastDigest && row->second.inode == unit.inode) {
+            auto summary = newest.find(row->second.id);
+            if (summary != newest.end() && summary->second.logicalBytes == unit.size &&
+                unit.modifiedAt <= summary->second.capturedAt)
+                file.digest = row->second.lastDigest;
+        }
+        try {
+            if (!file.digest)
+                file.digest = unit.isPackage ? digests.packageDigest(unit.path) : digests.fileDigest(unit.path);
+        } catch (const FileSystemError&) {
+            // Unreadable now: no digest, so it is reverted rather than trusted.
+        }
+        live.push_back(std::move(file));
+    }
+    return RewindPlan::make(states, live, target);
+}
+
+RewindReport RewindService::rewind(const WatchedFolder& folder, const RewindPlan& plan) {
+    std::lock_guard guard(lock_);
+    using Action = RewindPlan::Step::Action;
+    if (plan.steps.empty()) throw RewindError(RewindError::Kind::nothingToDo, "The folder is already as it was then");
+
+    // Everything that can refuse, before anything is written.
+    struct Resolved {
+        const RewindPlan::Step* step;
+        std::string destination;
+        std::string payload;
+        std::string scratchName;
+    };
+    std::vector<Resolved> resolved;
+    RestorePathPolicy policy(c_.fileSystem);
+    const std::vector<std::string> granted = {folder.path};
+    for (const auto& step : plan.steps) {
+        Resolved item{&step, joinPath(folder.path, step.relativePath), "", ""};
+        if (step.action == Action::removeAdded) {
+            item.payload = joinPath(c_.layout.versionsDirectory(), "none");  // only the destination is at stake
+        } else {
+            auto version = step.versionID ? c_.catalog.version(*step.versionID) : std::nullopt;
+            if (version) item.payload = c_.layout.payloadPath(version->slot, version->payloadName);
+            if (!version || !c_.fileSystem.linkStatus(item.payload))
+                throw RewindError(RewindError::Kind::payloadMissing,
+                                  "The stored copy of " + displayableUtf8(step.relativePath) + " is gone");
+            item.scratchName = SafePlacement::makeScratchName();
+        }
+        if (auto violation = policy.check(item.payload, item.destination, c_.layout.root(), granted))
+            throw RewindError(RewindError::Kind::blockedBySafetyPolicy,
+                              "Refused to write " + displayableUtf8(item.destination) + " (" +
+                                  std::string(toString(*violation)) + ")");
+        resolved.push_back(std::move(item));
+    }
+
+    // The folder as it is now goes on the timeline first: the rewind can be undone.
+    RewindReport report;
+    report.target = plan.target;
+    report.beforeRewindAt = c_.clock.now();
+    std::vector<CaptureRequest> before;
+    const std::string beforeBatch = makeUuid();
+    for (const auto& item : resolved)
+        if (item.step->action != Action::restoreDeleted && c_.fileSystem.linkStatus(item.destination))
+            before.push_back({folder.id, folder.path, item.destination, item.step->isPackage, CaptureSource::preRewind,
+                              beforeBatch});
+    for (const auto& result : c_.capture.captureBatch(before, [&] { return report.beforeRewindAt; }))
+        if (result.error) c_.logger.error("Capture failed: " + describe(result.error));
+    // A file gone from the folder that the catalog still thinks present (deleted while nothing
+    // recorded) is gone at this instant too: undoing the rewind must leave it gone.
+    std::vector<std::int64_t> goneBefore;
+    for (const auto& item : resolved) {
+        if (item.step->action != Action::restoreDeleted || !item.step->fileID) continue;
+        auto row = c_.catalog.file(*item.step->fileID);
+        if (row && !row->deletedAt && !c_.fileSystem.linkStatus(joinPath(folder.path, row->relativePath)))
+            goneBefore.push_back(row->id);
+    }
+    c_.catalog.markDeletedMany(goneBefore, report.beforeRewindAt);
+    c_.catalog.recordMark({folder.id, report.beforeRewindAt, std::nullopt, MomentMark::Kind::beforeRewind, plan.target});
+
+    RewindJournal journal;
+    journal.id = makeUuid();
+    journal.startedAt = report.beforeRewindAt;
+    journal.folderID = folder.id;
+    journal.folderRoot = folder.path;
+    journal.target = plan.target;
+    journal.beforeRewindAt = report.beforeRewindAt;
+    for (const auto& item : resolved)
+        journal.entries.push_back({std::string(toString(item.step->action)), item.step->relativePath, item.destination,
+                                   item.scratchName.empty() ? std::nullopt
+                                                            : std::optional<std::string>(joinPath(
+                                                                  parentPath(item.destination), item.scratchName))});
+    journal.write(c_.fileSystem, c_.layout.journalDirectory());
+
+    std::vector<std::string> destinations;
+    for (const auto& item : resolved) destinations.push_back(item.destination);
+    if (beforeWrite) beforeWrite(destinations);
+    SafePlacement placement(c_.fileSystem, c_.cloner);
+    std::vector<CaptureRequest> written;
+    std::vector<std::string> removed;
+    const std::string afterBatch = makeUuid();
+    for (const auto& item : resolved) {
+        const auto& step = *item.step;
+        try {
+            if (step.action == Action::removeAdded) {
+                placement.remove(folder.path, step.relativePath);
+                removed.push_back(step.relativePath);
+                ++report.removedCount;
+            } else {
+                placement.place(folder.path, step.relativePath, item.payload, nullptr, item.scratchName);
+                written.push_back({folder.id, folder.path, item.destination, step.isPackage, CaptureSource::rewound,
+                                   afterBatch});
+                ++(step.action == Action::revert ? report.revertedCount : report.restoredCount);
+            }
+        } catch (const std::exception& error) {
+            c_.logger.error("Rewind could not write one path: " + std::string(error.what()));
+            report.failedPaths.push_back(step.relativePath);
+        }
+    }
+
+    // What was written goes on the timeline as the rewind's own moment.
+    const double rewoundAt = std::max(c_.clock.now(), report.beforeRewindAt + 0.001);
+    for (const auto& result : c_.capture.captureBatch(written, [&] { return rewoundAt; }))
+        if (result.error) c_.logger.error("Capture failed: " + describe(result.error));
+    std::vector<std::int64_t> gone;
+    for (const auto& path : removed)
+        for (const auto& file : c_.catalog.liveFilesAtOrBelow(folder.id, path)) gone.push_back(file.id);
+    c_.catalog.markDeletedMany(gone, rewoundAt);
+    c_.catalog.recordMark({folder.id, rewoundAt, std::nullopt, MomentMark::Kind::rewind, plan.target});
+
+    // Folders left empty by removals go too, up to (not including) the watched folder.
+    std::int64_t swept = 0;
+    for (const auto& path : removed) {
+        for (std::string parent = parentPath(path); parent != "." && !parent.empty(); parent = parentPath(parent)) {
+            const std::string directory = joinPath(folder.path, parent);
+            try {
+                auto status = c_.fileSystem.linkStatus(directory);
+                if (!status || !status->isDirectory() || !c_.fileSystem.listDirectory(directory).empty()) break;
+                c_.fileSystem.removeDirectory(directory);
+                ++swept;
+            } catch (const std::exception& error) {
+                c_.logger.error("A rewind could not remove an emptied folder: " + std::string(error.what()));
+                break;
+            }
+        }
+    }
+    c_.logger.info("Rewind swept " + std::to_string(swept) + " emptied folders");
+
+    RewindManifest manifest{RewindJournal::formatVersion, journal.id,           c_.clock.now(),      folder.id,
+                            plan.target,                  report.beforeRewindAt, report.revertedCount, report.restoredCount,
+                            report.removedCount};
+    manifest.write(c_.fileSystem, c_.layout.journalDirectory());
+    c_.fileSystem.removeFile(joinPath(c_.layout.journalDirectory(), journal.fileName()));
+    return report;
+}
+
+std::vector<RewindJournal::Interrupted> RewindService::recoverInterrupted() {
+    std::lock_guard guard(lock_);
+    std::vector<RewindJournal::Interrupted> found;
+    const std::string directory = c_.layout.journalDirectory();
+    std::vector<DirectoryEntry> entries;
+    try {
+        entries = c_.fileSystem.listDirectory(directory);
+    } catch (const FileSystemError&) {
+        return found;
+    }
+    for (const auto& entry : entries) {
+        if (!entry.name.starts_with("rewind-") || pathExtension(entry.name) != "json") continue;
+        const std::string path = joinPath(directory, entry.name);
+        RewindJournal::Interrupted interrupted;
+        try {
+            interrupted.journal = RewindJournal::read(c_.fileSystem, path);
+        } catch (const std::exception& error) {
+            c_.logger.error("A rewind journal could not be read (" + std::string(error.what()) + "); set aside as " +
+                            entry.name + ".damaged");
+            c_.fileSystem.rename(path, path + ".damaged");
+            continue;
+        }
+        const auto& journal = interrupted.journal;
+        if (c_.fileSystem.linkStatus(joinPath(directory, "rewound-" + journal.id + ".json"))) {
+            c_.fileSystem.removeFile(path);  // it had finished; only the journal was left
+            continue;
+        }
+        for (const auto& item : journal.entries) {
+            if (item.scratchPath && lastComponent(*item.scratchPath).starts_with(SafePlacement::scratchPrefix) &&
+                c_.fileSystem.linkStatus(*item.scratchPath)) {
+                removeAll(c_.fileSystem, *item.scratchPath);
+                ++interrupted.sweptScratch;
+            }
+            const bool present = c_.fileSystem.linkStatus(item.destinationPath).has_value();
+            if (item.action == "removeAdded" ? !present : present) ++interrupted.completedEntries;
+        }
+        c_.fileSystem.removeFile(path);
+        found.push_back(interrupted);
+    }
+    return found;
+}
+
+}  // namespace vosklin

@@ -1,0 +1,75 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <mutex>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "bridge/WatchedFolder.h"
+#include "capture/ExcludeRules.h"
+#include "capture/PackageKinds.h"
+#include "restore/RestoreService.h"
+#include "restore/RewindJournal.h"
+#include "restore/RewindPlan.h"
+
+namespace vosklin {
+
+class RewindError : public std::runtime_error {
+public:
+    enum class Kind { blockedBySafetyPolicy, payloadMissing, nothingToDo, folderUnreadable };
+    RewindError(Kind kind, const std::string& message) : std::runtime_error(message), kind_(kind) {}
+    Kind kind() const { return kind_; }
+    // The key of the user-facing text ("rewind.error.*").
+    std::string textKey() const;
+
+private:
+    Kind kind_;
+};
+
+struct RewindReport {
+    double target = 0;
+    double beforeRewindAt = 0;
+    std::int64_t revertedCount = 0;
+    std::int64_t restoredCount = 0;
+    std::int64_t removedCount = 0;
+    std::vector<std::string> failedPaths;
+};
+
+// Puts a whole watched folder back to its state at a moment, undoably.
+//
+// Invariants:
+//  1. The checks that can fail (nothing to do, a path refused by the policy,
+//     a payload gone) run before anything is written.
+//  2. Before the first write, every path the rewind touches is captured
+//     (source "preRewind") and a "beforeRewind" mark is put on that instant:
+//     rewinding to that moment undoes the rewind, even after a crash.
+//  3. The journal names every write (with its scratch path) before the first one.
+//  4. Each file is placed atomically (SafePlacement); a failed path is logged
+//     and skipped, the others go on.
+//  5. Afterwards the written files are captured ("rewound"), removed ones
+//     tombstoned, a "rewind" mark records the target, emptied folders are
+//     swept, and the manifest is written before the journal is removed.
+// States: not started -> journaled -> writing -> written -> finished.
+class RewindService {
+public:
+    RewindService(RestoreService::Collaborators collaborators, ExcludeRules excludes, PackageKinds packages);
+
+    std::function<void(const std::vector<std::string>& paths)> beforeWrite;
+
+    // The plan for rewinding `folder` to `target`: the catalog's state then
+    // against the folder now (walked by the capture rules; digests computed
+    // where the catalog's cannot be trusted).
+    RewindPlan plan(const WatchedFolder& folder, double target);
+    RewindReport rewind(const WatchedFolder& folder, const RewindPlan& plan);
+    std::vector<RewindJournal::Interrupted> recoverInterrupted();
+
+private:
+    RestoreService::Collaborators c_;
+    ExcludeRules excludes_;
+    PackageKinds packages_;
+    std::mutex lock_;
+};
+
+}  // namespace vosklin

@@ -1,0 +1,229 @@
+#include "restore/RewindService.h"
+
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <map>
+#include <set>
+
+#include "store/PayloadDigest.h"
+#include "support/RestoreFixture.h"
+
+namespace vosklin {
+namespace {
+
+using test::readFile;
+using test::RestoreFixture;
+using test::t0;
+using test::TempDirectory;
+namespace fs = std::filesystem;
+using Action = RewindPlan::Step::Action;
+
+// Every file of the folder with its digest: the folder's whole content, to compare states.
+std::map<std::string, std::string> snapshotOf(const std::string& root) {
+    PosixFileSystem fileSystem;
+    PayloadDigest digest(fileSystem);
+    std::map<std::string, std::string> files;
+    for (const auto& entry : fs::recursive_directory_iterator(root))
+        if (entry.is_regular_file())
+            files[fs::relative(entry.path(), root).string()] = digest.fileDigest(entry.path().string());
+    return files;
+}
+
+class RewindServiceTest : public ::testing::Test {
+protected:
+    // Captures the folder as it is (a crawl-like pass over the given files) at `at`.
+    void captureAll(const std::vector<std::string>& paths, double at) {
+        for (const auto& path : paths)
+            f.stack.service.capture({f.folder.id, f.root, f.root + "/" + path, false, CaptureSource::crawl,
+                                     std::nullopt},
+                                    at);
+    }
+
+    TempDirectory directory;
+    RestoreFixture f{directory};
+};
+
+TEST(RewindPlanTest, StepsCompareTheStateThenWithTheFolderNow) {
+    auto state = [](std::int64_t id, const std::string& path, const std::string& digest,
+                    std::optional<std::string> lastDigest) {
+        FileStateAt s;
+        s.file.id = id;
+        s.file.relativePath = path;
+        s.file.lastDigest = std::move(lastDigest);
+        s.version.id = id * 10;
+        s.version.digest = digest;
+        s.version.logicalBytes = 5;
+        return s;
+    };
+    const std::vector<FileStateAt> then = {state(1, "same.txt", "d1", "d1"), state(2, "changed.txt", "d2", "x"),
+                                           state(3, "gone.txt", "d3", "d3"), state(4, "trusted.txt", "d4", "d4"),
+                                           state(5, "unknown.txt", "d5", std::nullopt)};
+    const std::vector<RewindPlan::LiveFile> now = {{"same.txt", 5, std::string("d1"), std::nullopt, false},
+                                                   {"changed.txt", 9, std::string("other"), std::nullopt, false},
+                                                   {"trusted.txt", 5, std::nullopt, std::nullopt, false},
+                                                   {"unknown.txt", 5, std::nullopt, std::nullopt, false},
+                                                   {"added.txt", 7, std::string("d9"), std::nullopt, false}};
+    auto plan = RewindPlan::make(then, now, t0);
+    ASSERT_EQ(plan.steps.size(), 4u);
+    EXPECT_EQ(plan.steps[0], (RewindPlan::Step{"added.txt", Action::removeAdded, std::nullopt, std::nullopt, false, 7,
+                                               std::nullopt}));
+    EXPECT_EQ(plan.steps[1], (RewindPlan::Step{"changed.txt", Action::revert, 20, 2, false, 9, 5}));
+    EXPECT_EQ(plan.steps[2], (RewindPlan::Step{"gone.txt", Action::restoreDeleted, 30, 3, false, std::nullopt, 5}));
+    EXPECT_EQ(plan.steps[3].relativePath, "unknown.txt") << "no digest at all: reverted";
+    EXPECT_TRUE(RewindPlan::make({state(1, "a", "d", "d")}, {{"a", 1, std::string("d"), std::nullopt, false}}, t0)
+                    .steps.empty());
+}
+
+TEST_F(RewindServiceTest, NothingToDoWritesNothing) {
+    test::writeFile(f.root + "/a.txt", "a");
+    captureAll({"a.txt"}, t0);
+    auto plan = f.rewinds.plan(f.folder, t0);
+    EXPECT_TRUE(plan.steps.empty());
+    try {
+        f.rewinds.rewind(f.folder, plan);
+        FAIL();
+    } catch (const RewindError& error) {
+        EXPECT_EQ(error.kind(), RewindError::Kind::nothingToDo);
+        EXPECT_EQ(error.textKey(), "rewind.error.nothingToDo");
+    }
+    EXPECT_TRUE(f.journalFiles("rewind").empty());
+    EXPECT_TRUE(f.stack.catalog.marks(f.folder.id).empty());
+}
+
+TEST_F(RewindServiceTest, ARenamedFileComesBackUnderItsOldNameAndTheNewOneGoes) {
+    test::writeFile(f.root + "/draft.txt", "words");
+    captureAll({"draft.txt"}, t0);
+    const auto row = *f.stack.catalog.fileAtPath(f.folder.id, "draft.txt");
+    fs::rename(f.root + "/draft.txt", f.root + "/final.txt");
+    f.stack.catalog.recordRename(row.id, "final.txt", std::string("txt"), t0 + 100);
+    f.stack.clock.set(t0 + 200);
+    auto plan = f.rewinds.plan(f.folder, t0);
+    ASSERT_EQ(plan.steps.size(), 2u);
+    EXPECT_EQ(plan.steps[0].relativePath, "draft.txt");
+    EXPECT_EQ(plan.steps[0].action, Action::restoreDeleted);
+    EXPECT_EQ(plan.steps[1].relativePath, "final.txt");
+    EXPECT_EQ(plan.steps[1].action, Action::removeAdded);
+    auto report = f.rewinds.rewind(f.folder, plan);
+    EXPECT_EQ(report.restoredCount, 1);
+    EXPECT_EQ(report.removedCount, 1);
+    EXPECT_EQ(readFile(f.root + "/draft.txt"), "words");
+    EXPECT_FALSE(fs::exists(f.root + "/final.txt"));
+}
+
+TEST_F(RewindServiceTest, UndoRestoresTheExactFormerContentsAndEmptiedFoldersAreSwept) {
+    test::writeFile(f.root + "/a.txt", "first a");
+    test::writeFile(f.root + "/keep.txt", "unchanged");
+    captureAll({"a.txt", "keep.txt"}, t0);
+
+    // Then: a edited, keep deleted, a new file in a new subfolder.
+    test::writeFile(f.root + "/a.txt", "second a, longer");
+    fs::remove(f.root + "/keep.txt");
+    fs::create_directories(f.root + "/Later/Deep");
+    test::writeFile(f.root + "/Later/Deep/new.txt", "made after");
+    const auto before = snapshotOf(f.root);
+
+    f.stack.clock.set(t0 + 1000);
+    auto report = f.rewinds.rewind(f.folder, f.rewinds.plan(f.folder, t0));
+    EXPECT_EQ(report.revertedCount, 1);
+    EXPECT_EQ(report.restoredCount, 1);
+    EXPECT_EQ(report.removedCount, 1);
+    EXPECT_TRUE(report.failedPaths.empty());
+    EXPECT_EQ(readFile(f.root + "/a.txt"), "first a");
+    EXPECT_EQ(readFile(f.root + "/keep.txt"), "unchanged");
+    EXPECT_FALSE(fs::exists(f.root + "/Later")) << "emptied folders are swept, up to the watched folder";
+    EXPECT_TRUE(f.stack.logger.contains("Rewind swept 2 emptied folders"));
+    EXPECT_TRUE(f.scratchItems().empty());
+    EXPECT_TRUE(f.journalFiles("rewind-").empty());
+    EXPECT_EQ(f.journalFiles("rewound-").size(), 1u);
+
+    // The marks: beforeRewind on the state before, rewind on the state written.
+    auto marks = f.stack.catalog.marks(f.folder.id);
+    ASSERT_EQ(marks.size(), 2u);
+    EXPECT_EQ(marks[1].kind, MomentMark::Kind::beforeRewind);
+    EXPECT_EQ(marks[1].at, report.beforeRewindAt);
+    EXPECT_EQ(marks[1].targetAt, t0);
+    EXPECT_EQ(marks[0].kind, MomentMark::Kind::rewind);
+    EXPECT_EQ(marks[0].targetAt, t0);
+
+    // Undo: rewind to the beforeRewind moment.
+    f.stack.clock.set(t0 + 2000);
+    f.rewinds.rewind(f.folder, f.rewinds.plan(f.folder, report.beforeRewindAt));
+    EXPECT_EQ(snapshotOf(f.root), before) << "every file back, byte for byte";
+}
+
+// A rewind bringing back five deleted files, killed at each of its writes in
+// turn: at the next start the recovery counts the files in place (each one
+// whole or absent), no scratch item is left, and the folder's former state is
+// still on the timeline.
+TEST(RewindCrashTest, AnInterruptedRewindIsReportedAndItsFormerStateKept) {
+    std::set<std::int64_t> completedCounts;
+    int completedAt = 0;
+    for (int killAt = 1; killAt < 400 && !completedAt; ++killAt) {
+        TempDirectory directory;
+        {
+            RestoreFixture setup(directory);
+            for (int i = 1; i <= 5; ++i) {
+                const std::string name = "f" + std::to_string(i) + ".txt";
+                auto version = setup.capture(name, std::string(20'000, char('0' + i)), t0);
+                fs::remove(setup.root + "/" + name);
+                setup.stack.catalog.markDeleted(version.fileID, t0 + 500);
+            }
+        }
+        pid_t child = ::fork();
+        ASSERT_GE(child, 0);
+        if (child == 0) {
+            RestoreFixture f(directory);
+            f.stack.clock.set(t0 + 1000);
+            int writes = 0;
+            auto plan = f.rewinds.plan(f.folder, t0);
+            f.stack.fileSystem.beforeMutation = [&](test::FaultyFileSystem::Operation, const std::string&) {
+                if (++writes == killAt) ::raise(SIGKILL);
+            };
+            try {
+                f.rewinds.rewind(f.folder, plan);
+            } catch (...) {
+                ::_exit(2);
+            }
+            ::_exit(0);
+        }
+        int status = 0;
+        ::waitpid(child, &status, 0);
+        if (WIFEXITED(status)) {
+            ASSERT_EQ(WEXITSTATUS(status), 0) << "failed without being killed at write " << killAt;
+            completedAt = killAt;
+        }
+        RestoreFixture next(directory);
+        next.service.recoverInterrupted();
+        auto interrupted = next.rewinds.recoverInterrupted();
+        EXPECT_TRUE(next.scratchItems().empty()) << "killed at write " << killAt;
+        std::int64_t present = 0;
+        for (int i = 1; i <= 5; ++i) {
+            const std::string path = next.root + "/f" + std::to_string(i) + ".txt";
+            if (!fs::exists(path)) continue;
+            ++present;
+            EXPECT_EQ(readFile(path), std::string(20'000, char('0' + i))) << "killed at write " << killAt;
+        }
+        if (!interrupted.empty()) {
+            ASSERT_EQ(interrupted.size(), 1u);
+            EXPECT_EQ(interrupted[0].journal.entries.size(), 5u);
+            EXPECT_EQ(interrupted[0].completedEntries, present) << "killed at write " << killAt;
+            completedCounts.insert(interrupted[0].completedEntries);
+            // The former state (all five deleted) is on the timeline, with its mark.
+            const double beforeAt = interrupted[0].journal.beforeRewindAt;
+            EXPECT_TRUE(next.stack.catalog.stateAt(next.folder.id, beforeAt).empty()) << "killed at write " << killAt;
+            bool marked = false;
+            for (const auto& mark : next.stack.catalog.marks(next.folder.id))
+                marked |= mark.kind == MomentMark::Kind::beforeRewind && mark.at == beforeAt;
+            EXPECT_TRUE(marked) << "killed at write " << killAt;
+        }
+    }
+    EXPECT_GT(completedAt, 10) << "a rewind of five files takes many writes; each was interrupted in turn";
+    EXPECT_TRUE(completedCounts.count(2)) << "a crash after two of five writes was seen and reported as such";
+}
+
+}  // namespace
+}  // namespace vosklin

@@ -1,0 +1,60 @@
+#pragma once
+
+#include <sys/stat.h>
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "bridge/FolderList.h"
+#include "restore/RestoreService.h"
+#include "restore/RewindService.h"
+#include "support/CaptureStack.h"
+#include "support/TempDirectory.h"
+
+namespace vosklin::test {
+
+constexpr double t0 = 1'740'830'400;  // 2025-03-01T12:00:00Z
+
+// A watched folder with a store, and the restore and rewind services over both.
+struct RestoreFixture {
+    explicit RestoreFixture(const TempDirectory& directory)
+        : root(directory / "Docs"), store(directory / "store"), config(directory / "config") {
+        std::filesystem::create_directories(root);
+        struct stat st {};
+        ::stat(root.c_str(), &st);
+        folder = {"B0000000-0000-4000-8000-000000000001", root, CaptureMode::automatic, false, {}, st.st_dev,
+                  st.st_ino};
+        folders.append(folder);
+    }
+
+    StoredVersion capture(const std::string& relative, const std::string& contents, double at) {
+        test::writeFile(root + "/" + relative, contents);
+        return stack.service
+            .capture({folder.id, root, root + "/" + relative, false, CaptureSource::watcher, std::nullopt}, at)
+            .version;
+    }
+    std::vector<std::string> scratchItems() const {
+        std::vector<std::string> found;
+        for (const auto& entry : std::filesystem::recursive_directory_iterator(root))
+            if (entry.path().filename().string().starts_with(".vosklin-restore-")) found.push_back(entry.path());
+        return found;
+    }
+    std::vector<std::string> journalFiles(const std::string& prefix) const {
+        std::vector<std::string> found;
+        for (const auto& entry : std::filesystem::directory_iterator(stack.layout.journalDirectory()))
+            if (entry.path().filename().string().starts_with(prefix)) found.push_back(entry.path().filename());
+        return found;
+    }
+
+    std::string root, store, config;
+    test::CaptureStack stack{store};
+    FolderList folders{config + "/folders.json", stack.fileSystem};
+    WatchedFolder folder;
+    RestoreService::Collaborators collaborators{stack.catalog, stack.layout, stack.service, folders,
+                                                stack.fileSystem, stack.cloner, stack.clock, stack.logger};
+    RestoreService service{collaborators};
+    RewindService rewinds{collaborators, ExcludeRules::standard({}), PackageKinds()};
+};
+
+}  // namespace vosklin::test
