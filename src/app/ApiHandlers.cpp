@@ -11,6 +11,7 @@
 #include "bridge/FolderListError.h"
 #include "platform/Instant.h"
 #include "platform/PathJson.h"
+#include "platform/StringTable.h"
 #include "platform/Uuid.h"
 
 namespace vosklin {
@@ -80,7 +81,9 @@ nlohmann::json ApiHandlers::restore(const nlohmann::json& request) {
         const int status = error.kind() == RestoreError::Kind::blockedBySafetyPolicy ? 403
                            : error.kind() == RestoreError::Kind::failed            ? 500
                                                                                    : 404;
-        throw ApiError(status, error.what());
+        // The user's sentence for the error, then what exactly happened.
+        if (error.kind() == RestoreError::Kind::noPrevious) throw ApiError(status, error.what());
+        throw ApiError(status, StringTable::text(error.textKey()) + " (" + error.what() + ")");
     }
 }
 
@@ -99,7 +102,8 @@ nlohmann::json ApiHandlers::rewind(const nlohmann::json& request) {
                 {"revertedCount", report.revertedCount},      {"restoredCount", report.restoredCount},
                 {"removedCount", report.removedCount},        {"failedPaths", failed}};
     } catch (const RewindError& error) {
-        throw ApiError(error.kind() == RewindError::Kind::nothingToDo ? 409 : 403, error.what());
+        throw ApiError(error.kind() == RewindError::Kind::nothingToDo ? 409 : 403,
+                       StringTable::text(error.textKey()) + " (" + error.what() + ")");
     }
 }
 
