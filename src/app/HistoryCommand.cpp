@@ -1,5 +1,7 @@
 #include "app/HistoryCommand.h"
 
+#include <algorithm>
+#include <cstdint>
 #include <cstdio>
 
 #include "app/ApiHandlers.h"
@@ -22,7 +24,11 @@ namespace {
 constexpr std::size_t foldedChanges = 10;
 
 std::string signedBytes(std::int64_t delta) {
-    return (delta < 0 ? "-" : "+") + formatByteCount(delta < 0 ? -delta : delta);
+    // Unsigned negation: the magnitude of the most negative delta still fits.
+    const auto magnitude = delta < 0 ? 0 - static_cast<std::uint64_t>(delta) : static_cast<std::uint64_t>(delta);
+    std::string text(1, delta < 0 ? '-' : '+');
+    text += formatByteCount(static_cast<std::int64_t>(std::min<std::uint64_t>(magnitude, INT64_MAX)));
+    return text;
 }
 
 nlohmann::json changeJson(const MomentClustering::FileChange& change) {

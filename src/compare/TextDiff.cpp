@@ -1,6 +1,7 @@
 #include "compare/TextDiff.h"
 
 #include <algorithm>
+#include <unordered_set>
 
 #include "platform/PathJson.h"
 
@@ -222,23 +223,52 @@ Result compare(std::string_view olderBytes, std::string_view newerBytes) {
     };
     for (std::size_t i = 0; i < prefix; ++i) context(i);
 
-    // The middle, as a path through the edit graph of the two hash arrays.
-    Myers myers(a.data(), b.data());
+    // Lines of the middle whose text never occurs on the other side can only be
+    // removed or added: set them aside, so the search runs on the lines that
+    // could match (a block rewritten wholesale then costs nothing to search).
+    // The edit script stays a shortest one: no such line is part of a longest common run.
+    std::unordered_set<std::uint64_t> inOld(a.begin() + long(prefix), a.begin() + long(prefix + oldMiddle));
+    std::unordered_set<std::uint64_t> inNew(b.begin() + long(prefix), b.begin() + long(prefix + newMiddle));
+    std::vector<std::size_t> oldKept, newKept;  // indexes into a and b
+    for (std::size_t i = prefix; i < prefix + oldMiddle; ++i)
+        if (inNew.count(a[i])) oldKept.push_back(i);
+    for (std::size_t j = prefix; j < prefix + newMiddle; ++j)
+        if (inOld.count(b[j])) newKept.push_back(j);
+    std::vector<std::uint64_t> keptA, keptB;
+    for (std::size_t i : oldKept) keptA.push_back(a[i]);
+    for (std::size_t j : newKept) keptB.push_back(b[j]);
+
+    // Pairs of matched lines, found as a path through the edit graph of the kept lines.
+    std::vector<std::pair<std::size_t, std::size_t>> matches;
+    Myers myers(keptA.data(), keptB.data());
     std::vector<Myers::Point> points;
-    myers.path(long(prefix), long(prefix), long(prefix + oldMiddle), long(prefix + newMiddle), points);
+    myers.path(0, 0, long(keptA.size()), long(keptB.size()), points);
     auto diagonal = [&](long& x, long& y, long toX, long toY) {
-        while (x < toX && y < toY && a[std::size_t(x)] == b[std::size_t(y)]) {
-            context(std::size_t(y));
+        while (x < toX && y < toY && keptA[std::size_t(x)] == keptB[std::size_t(y)]) {
+            matches.emplace_back(oldKept[std::size_t(x)], newKept[std::size_t(y)]);
             ++x, ++y;
         }
     };
+    if (keptA.empty() || keptB.empty()) points.clear();
     for (std::size_t i = 0; i + 1 < points.size(); ++i) {
         long x = points[i].x, y = points[i].y;
         const long toX = points[i + 1].x, toY = points[i + 1].y;
         diagonal(x, y, toX, toY);
-        if (toX - x < toY - y) added(std::size_t(y++));
-        else if (toX - x > toY - y) removed(std::size_t(x++));
+        if (toX - x < toY - y) ++y;
+        else if (toX - x > toY - y) ++x;
         diagonal(x, y, toX, toY);
+    }
+    // Between two matched lines: what was removed on the old side, then what was added on the new.
+    std::size_t nextOld = prefix, nextNew = prefix;
+    matches.emplace_back(prefix + oldMiddle, prefix + newMiddle);  // the end of the middle
+    for (const auto& [oldIndex, newIndex] : matches) {
+        while (nextOld < oldIndex) removed(nextOld++);
+        while (nextNew < newIndex) added(nextNew++);
+        if (oldIndex < prefix + oldMiddle) {
+            context(newIndex);
+            ++nextOld;
+            ++nextNew;
+        }
     }
 
     for (std::size_t i = 0; i < suffix; ++i) context(b.size() - suffix + i);

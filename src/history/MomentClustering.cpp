@@ -132,6 +132,12 @@ std::vector<Moment> moments(const std::vector<ChangeRow>& rows, const std::vecto
 
     std::vector<Moment> result;
     result.reserve(groups.size());
+    // Reused from moment to moment: most moments are small, and allocating afresh for each dominated.
+    std::vector<std::int64_t> fileOrder;
+    std::unordered_map<std::int64_t, std::vector<const ChangeRow*>> rowsByFile;
+    std::vector<const ChangeRow*> momentRows;
+    std::vector<const FileEventRow*> momentEvents;
+    std::unordered_set<std::int64_t> fromEvents;
     for (const auto& group : groups) {
         Moment moment;
         moment.at = group.front();
@@ -139,10 +145,11 @@ std::vector<Moment> moments(const std::vector<ChangeRow>& rows, const std::vecto
         const double oldest = group.back();
 
         // The moment's rows by file (in first-seen order) and its events in query order.
-        std::vector<std::int64_t> fileOrder;
-        std::unordered_map<std::int64_t, std::vector<const ChangeRow*>> rowsByFile;
-        std::vector<const ChangeRow*> momentRows;
-        std::vector<const FileEventRow*> momentEvents;
+        fileOrder.clear();
+        rowsByFile.clear();
+        momentRows.clear();
+        momentEvents.clear();
+        fromEvents.clear();
         for (double instant : group) {
             if (auto found = rowsAt.find(instant); found != rowsAt.end())
                 for (const ChangeRow* row : found->second) {
@@ -165,7 +172,6 @@ std::vector<Moment> moments(const std::vector<ChangeRow>& rows, const std::vecto
                 }
             moment.changes.push_back(changeFromRows(rowsByFile[fileID], matched, oldest, history));
         }
-        std::unordered_set<std::int64_t> fromEvents;
         for (const FileEventRow* event : momentEvents) {
             if (rowsByFile.count(event->fileID) || fromEvents.count(event->fileID)) continue;
             if (auto change = changeFromEvent(*event, history)) {
@@ -191,7 +197,7 @@ std::vector<Moment> moments(const std::vector<ChangeRow>& rows, const std::vecto
     return result;
 }
 
-std::vector<Session> sessions(const std::vector<Moment>& moments, double gap) {
+std::vector<Session> sessions(std::vector<Moment> moments, double gap) {
     std::vector<Session> result;
     std::vector<Moment> current;
     auto close = [&] {
@@ -199,9 +205,9 @@ std::vector<Session> sessions(const std::vector<Moment>& moments, double gap) {
         result.push_back({current.back().at, current.front().at, std::move(current)});
         current.clear();
     };
-    for (const auto& moment : moments) {
+    for (auto& moment : moments) {
         if (!current.empty() && current.back().at - moment.at > gap) close();
-        current.push_back(moment);
+        current.push_back(std::move(moment));
     }
     close();
     return result;

@@ -59,7 +59,8 @@ constexpr double sessionGap = 2700;
 std::vector<Moment> moments(const std::vector<ChangeRow>& rows, const std::vector<FileEventRow>& events,
                             const std::vector<MomentMark>& marks, double window = momentWindow);
 // Sessions newest first; a gap of exactly `gap` seconds stays in one session.
-std::vector<Session> sessions(const std::vector<Moment>& moments, double gap = sessionGap);
+// Takes the moments by value: pass a temporary (or std::move) and none is copied.
+std::vector<Session> sessions(std::vector<Moment> moments, double gap = sessionGap);
 
 }  // namespace MomentClustering
 }  // namespace vosklin
