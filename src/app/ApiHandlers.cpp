@@ -89,7 +89,17 @@ nlohmann::json ApiHandlers::restore(const nlohmann::json& request) {
 
 nlohmann::json ApiHandlers::rewind(const nlohmann::json& request) {
     WatchedFolder folder = folderOf(request);
-    auto target = parseInstant(request.value("target", ""));
+    // A number is the exact instant. Text is as people read it, rounded to the
+    // microsecond: it is taken as the moment it names, whose exact instant the
+    // state must be read at (a hair earlier would miss the moment's own versions).
+    std::optional<double> target;
+    if (request.contains("target") && request["target"].is_number()) {
+        target = request["target"].get<double>();
+    } else if (request.contains("target") && request["target"].is_string()) {
+        target = parseUserInstant(request["target"].get<std::string>());
+        if (target && context_.storeExists())
+            if (auto moment = FolderHistory::load(context_.catalog(), folder.id).momentAt(*target)) target = moment->at;
+    }
     if (!target) throw ApiError(400, "The request names no instant to go back to");
     auto& service = context_.rewindService();
     if (engine_) service.beforeWrite = [this](const std::vector<std::string>& paths) { engine_->suppress(paths); };

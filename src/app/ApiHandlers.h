@@ -30,7 +30,7 @@ private:
 //   name     {"folder", "moment", "name"} -> {"at": the moment's instant}
 //   unname   {"folder", "moment"}         -> {"at": ...}
 //   star     {"version": id}              -> {"id", "isStarred"}   (and unstar)
-//   rewind   {"folder", "target": instant}   -> the rewind report
+//   rewind   {"folder", "target": seconds since 1970 (exact), or text} -> the rewind report
 //   restore  {"version": id, "inPlace": bool} or {"previous": path} -> {"mode", "restoredPath", "preRestoreVersionID"}
 //
 // With an engine (in the daemon) work goes through it; without one it runs in

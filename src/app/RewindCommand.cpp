@@ -52,7 +52,8 @@ int RewindCommand::rewindTo(const WatchedFolder& folder, double target, bool dry
             return 1;
         }
     }
-    nlohmann::json request = {{"target", formatInstant(target)}};
+    // The exact instant, as a number: printed text would be rounded to the microsecond.
+    nlohmann::json request = {{"target", target}};
     putPath(request, "folder", folder.path);
     nlohmann::json report;
     if (auto daemon = DaemonEndpoint::find(context_.fileSystem(), context_.locator().containerRoot()))

@@ -2,6 +2,8 @@
 
 #include <cmath>
 #include <cstdio>
+#include <cstdlib>
+#include <string>
 #include <ctime>
 
 namespace vosklin {
@@ -64,14 +66,11 @@ std::optional<double> parseInstant(std::string_view text) {
     double fraction = 0;
     if (at < text.size() && (text[at] == '.' || text[at] == ',')) {
         ++at;
-        double scale = 0.1;
         std::size_t start = at;
-        while (at < text.size() && text[at] >= '0' && text[at] <= '9') {
-            fraction += (text[at] - '0') * scale;
-            scale /= 10;
-            ++at;
-        }
+        while (at < text.size() && text[at] >= '0' && text[at] <= '9') ++at;
         if (at == start) return std::nullopt;
+        // Correctly rounded, rather than summed digit by digit.
+        fraction = std::strtod(("0." + std::string(text.substr(start, at - start))).c_str(), nullptr);
     }
     int offsetSeconds = 0;
     if (at < text.size() && text[at] == 'Z') {

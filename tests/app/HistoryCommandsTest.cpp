@@ -153,5 +153,35 @@ TEST_F(HistoryCommandsTest, StarsAreKeptOnVersions) {
     EXPECT_NE(unknown.err.find("no version 12345"), std::string::npos) << unknown.err;
 }
 
+TEST_F(HistoryCommandsTest, RewindAndUndoByThePrintedInstantOfAMoment) {
+    // An instant that does not print exactly: the rewind must still read the
+    // state at the moment itself, not a hair before it.
+    const double then = t0 + 0.7594000123;
+    capture("a.txt", "one", then);
+    capture("keep.txt", "kept", then);
+    const std::string moment = jsonOf({"history", root})["sessions"][0]["moments"][0]["at"];
+    test::writeFile(root + "/a.txt", "two");
+    test::writeFile(root + "/b.txt", "added later");
+
+    auto dryRun = vosklin({"rewind", root, moment, "--dry-run"});
+    ASSERT_EQ(dryRun.exitStatus, 0) << dryRun.err;
+    EXPECT_NE(dryRun.out.find("revert   a.txt"), std::string::npos) << dryRun.out;
+    EXPECT_EQ(dryRun.out.find("keep.txt"), std::string::npos) << "unchanged files are not touched";
+    EXPECT_EQ(test::readFile(root + "/a.txt"), "two") << "a dry run writes nothing";
+    EXPECT_EQ(vosklin({"rewind", root, moment}).exitStatus, 1) << "no terminal to confirm on, no --yes";
+
+    auto rewound = vosklin({"rewind", root, moment, "--yes"});
+    ASSERT_EQ(rewound.exitStatus, 0) << rewound.err;
+    EXPECT_EQ(test::readFile(root + "/a.txt"), "one");
+    EXPECT_EQ(test::readFile(root + "/keep.txt"), "kept");
+    EXPECT_FALSE(fs::exists(root + "/b.txt"));
+
+    ASSERT_EQ(vosklin({"undo-rewind", root, "--yes"}).exitStatus, 0);
+    EXPECT_EQ(test::readFile(root + "/a.txt"), "two");
+    EXPECT_EQ(test::readFile(root + "/b.txt"), "added later");
+    auto nothing = vosklin({"rewind", root, moment, "--yes"});
+    EXPECT_EQ(nothing.exitStatus, 0) << "after undo the rewind has work again: " << nothing.err;
+}
+
 }  // namespace
 }  // namespace vosklin
