@@ -98,7 +98,7 @@ nlohmann::json ApiHandlers::rewind(const nlohmann::json& request) {
     } else if (request.contains("target") && request["target"].is_string()) {
         target = parseUserInstant(request["target"].get<std::string>());
         if (target && context_.storeExists())
-            if (auto moment = FolderHistory::load(context_.catalog(), folder.id).momentAt(*target)) target = moment->at;
+            target = FolderHistory::load(context_.catalog(), folder.id).stateInstant(*target);
     }
     if (!target) throw ApiError(400, "The request names no instant to go back to");
     auto& service = context_.rewindService();

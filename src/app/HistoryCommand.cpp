@@ -126,8 +126,8 @@ int HistoryCommand::show(const std::string& folderName, const std::string& atTex
                            "date-time (2025-03-01 15:32:05)");
     std::vector<FileStateAt> states;
     if (context_.storeExists()) {
-        // A moment's instant as printed is rounded to the microsecond: take the moment's own.
-        if (auto moment = FolderHistory::load(context_.catalog(), folder.id).momentAt(*at)) at = moment->at;
+        // As printed, an instant is rounded to the microsecond: read the state it stands for.
+        at = FolderHistory::load(context_.catalog(), folder.id).stateInstant(*at);
         states = context_.catalog().stateAt(folder.id, *at);
     }
     std::sort(states.begin(), states.end(),

@@ -78,8 +78,8 @@ int RewindCommand::rewind(const std::string& folderName, const std::string& mome
     auto target = parseUserInstant(moment);
     if (!target) throw CommandError("'" + moment + "' is not an instant; use the form 'vosklin history' prints");
     if (!context_.storeExists()) throw CommandError("Vosklin has no history of " + displayableUtf8(folder.path));
-    // A moment as printed is rounded to the microsecond: take the moment's own instant.
-    if (auto found = FolderHistory::load(context_.catalog(), folder.id).momentAt(*target)) target = found->at;
+    // As printed, an instant is rounded to the microsecond: read the state it stands for.
+    target = FolderHistory::load(context_.catalog(), folder.id).stateInstant(*target);
     return rewindTo(folder, *target, dryRun, yes);
 }
 

@@ -8,8 +8,10 @@
 namespace vosklin {
 namespace {
 
-// Printed instants carry microseconds; a stored instant is within half of one of what was printed.
-constexpr double instantTolerance = 0.6e-6;
+// Printed instants carry microseconds: a stored instant is within half of one of what was
+// printed, plus the spacing of doubles near today's instants (about 0.24 us), so within 2 us.
+// Moments are never that close: even fenced ones are a millisecond or more apart.
+constexpr double instantTolerance = 2e-6;
 
 }  // namespace
 
@@ -29,6 +31,11 @@ std::optional<MomentClustering::Moment> FolderHistory::momentAt(double instant) 
         for (const auto& moment : session.moments)
             if (std::fabs(moment.at - instant) <= instantTolerance) return moment;
     return std::nullopt;
+}
+
+double FolderHistory::stateInstant(double typed) const {
+    if (auto moment = momentAt(typed)) return moment->at;
+    return typed + instantTolerance;
 }
 
 std::optional<MomentMark> FolderHistory::markAt(double instant) const {

@@ -27,6 +27,11 @@ struct FolderHistory {
     // rounding of instants as they are printed.
     std::optional<MomentClustering::Moment> momentAt(double instant) const;
     std::optional<MomentMark> markAt(double instant) const;
+    // The instant to read a state at for one a person typed or copied: a
+    // moment's exact instant when it names one, else just past it, since a
+    // printed instant is rounded to the microsecond and stands for everything
+    // captured up to it.
+    double stateInstant(double typed) const;
 
     // The row headline: a rewind's target, "before going back", the user's
     // name, a batch's size, or the number of files changed.

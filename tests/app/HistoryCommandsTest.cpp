@@ -162,6 +162,10 @@ TEST_F(HistoryCommandsTest, RewindAndUndoByThePrintedInstantOfAMoment) {
     const std::string moment = jsonOf({"history", root})["sessions"][0]["moments"][0]["at"];
     test::writeFile(root + "/a.txt", "two");
     test::writeFile(root + "/b.txt", "added later");
+    // Captured seconds later, the changes join that moment, which then no longer ends at the
+    // printed instant: the instant still stands for the state at it.
+    capture("c.txt", "captured three seconds later", then + 3);
+    fs::remove(root + "/c.txt");
 
     auto dryRun = vosklin({"rewind", root, moment, "--dry-run"});
     ASSERT_EQ(dryRun.exitStatus, 0) << dryRun.err;
@@ -175,6 +179,7 @@ TEST_F(HistoryCommandsTest, RewindAndUndoByThePrintedInstantOfAMoment) {
     EXPECT_EQ(test::readFile(root + "/a.txt"), "one");
     EXPECT_EQ(test::readFile(root + "/keep.txt"), "kept");
     EXPECT_FALSE(fs::exists(root + "/b.txt"));
+    EXPECT_FALSE(fs::exists(root + "/c.txt")) << "it came after the instant";
 
     ASSERT_EQ(vosklin({"undo-rewind", root, "--yes"}).exitStatus, 0);
     EXPECT_EQ(test::readFile(root + "/a.txt"), "two");
