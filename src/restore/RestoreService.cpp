@@ -1,5 +1,7 @@
 #include "restore/RestoreService.h"
 
+#include "restore/JournalFiles.h"
+
 #include <algorithm>
 
 #include "bridge/FolderAccess.h"
@@ -128,30 +130,9 @@ std::vector<RestoreJournal::Interrupted> RestoreService::recoverInterrupted() {
     std::lock_guard guard(lock_);
     std::vector<RestoreJournal::Interrupted> found;
     const std::string directory = c_.layout.journalDirectory();
-    std::vector<DirectoryEntry> entries;
-    try {
-        entries = c_.fileSystem.listDirectory(directory);
-    } catch (const FileSystemError&) {
-        return found;
-    }
-    for (const auto& entry : entries) {
-        // A journal or manifest write cut off before its rename leaves its temporary file.
-        if (entry.name.find(".json.tmp-") != std::string::npos) {
-            c_.fileSystem.removeFile(joinPath(directory, entry.name));
-            continue;
-        }
-        if (!entry.name.starts_with("restore-") || pathExtension(entry.name) != "json") continue;
-        const std::string path = joinPath(directory, entry.name);
+    for (auto& [path, decoded] : readJournals<RestoreJournal>(c_.fileSystem, c_.logger, directory, "restore-")) {
         RestoreJournal::Interrupted interrupted;
-        try {
-            interrupted.journal = RestoreJournal::read(c_.fileSystem, path);
-        } catch (const std::exception& error) {
-            // Kept for a person to look at, out of the way of the next recovery.
-            c_.logger.error("A restore journal could not be read (" + std::string(error.what()) + "); set aside as " +
-                            entry.name + ".damaged");
-            c_.fileSystem.rename(path, path + ".damaged");
-            continue;
-        }
+        interrupted.journal = std::move(decoded);
         const auto& journal = interrupted.journal;
         if (journal.scratchPath && lastComponent(*journal.scratchPath).starts_with(SafePlacement::scratchPrefix) &&
             c_.fileSystem.linkStatus(*journal.scratchPath)) {

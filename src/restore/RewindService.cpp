@@ -1,5 +1,7 @@
 #include "restore/RewindService.h"
 
+#include "restore/JournalFiles.h"
+
 #include <unordered_map>
 
 #include "bridge/FolderAccess.h"
@@ -195,24 +197,9 @@ std::vector<RewindJournal::Interrupted> RewindService::recoverInterrupted() {
     std::lock_guard guard(lock_);
     std::vector<RewindJournal::Interrupted> found;
     const std::string directory = c_.layout.journalDirectory();
-    std::vector<DirectoryEntry> entries;
-    try {
-        entries = c_.fileSystem.listDirectory(directory);
-    } catch (const FileSystemError&) {
-        return found;
-    }
-    for (const auto& entry : entries) {
-        if (!entry.name.starts_with("rewind-") || pathExtension(entry.name) != "json") continue;
-        const std::string path = joinPath(directory, entry.name);
+    for (auto& [path, decoded] : readJournals<RewindJournal>(c_.fileSystem, c_.logger, directory, "rewind-")) {
         RewindJournal::Interrupted interrupted;
-        try {
-            interrupted.journal = RewindJournal::read(c_.fileSystem, path);
-        } catch (const std::exception& error) {
-            c_.logger.error("A rewind journal could not be read (" + std::string(error.what()) + "); set aside as " +
-                            entry.name + ".damaged");
-            c_.fileSystem.rename(path, path + ".damaged");
-            continue;
-        }
+        interrupted.journal = std::move(decoded);
         const auto& journal = interrupted.journal;
         if (c_.fileSystem.linkStatus(joinPath(directory, "rewound-" + journal.id + ".json"))) {
             c_.fileSystem.removeFile(path);  // it had finished; only the journal was left
