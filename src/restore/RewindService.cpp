@@ -2,6 +2,7 @@
 
 #include "restore/JournalFiles.h"
 
+#include <algorithm>
 #include <unordered_map>
 
 #include "bridge/FolderAccess.h"
@@ -138,23 +139,56 @@ RewindReport RewindService::rewind(const WatchedFolder& folder, const RewindPlan
     std::vector<CaptureRequest> written;
     std::vector<std::string> removed;
     const std::string afterBatch = makeUuid();
+    auto failed = [&](const RewindPlan::Step& step, const std::exception& error) {
+        c_.logger.error("Rewind could not write one path: " + std::string(error.what()));
+        report.failedPaths.push_back(step.relativePath);
+    };
+    // Every copy first, then one sync, then every swap: each file is wholly old or wholly new
+    // throughout, for two syncs of the file system instead of a few per file.
+    std::vector<const Resolved*> staged;
+    for (const auto& item : resolved) {
+        if (item.step->action == Action::removeAdded) continue;
+        try {
+            placement.stage(folder.path, item.step->relativePath, item.payload, item.scratchName);
+            staged.push_back(&item);
+        } catch (const std::exception& error) {
+            failed(*item.step, error);
+        }
+    }
+    try {
+        if (!staged.empty()) c_.fileSystem.syncFileSystem(folder.path);
+    } catch (const std::exception& error) {
+        // Not durable, so not swapped in: the copies go, the folder stays as it is.
+        for (const Resolved* item : staged) {
+            failed(*item->step, error);
+            try {
+                placement.remove(folder.path, joinPath(parentPath(item->step->relativePath) == "." ? "" : parentPath(item->step->relativePath), item->scratchName), false);
+            } catch (const std::exception&) {
+            }
+        }
+        staged.clear();
+    }
     for (const auto& item : resolved) {
         const auto& step = *item.step;
         try {
             if (step.action == Action::removeAdded) {
-                placement.remove(folder.path, step.relativePath);
+                placement.remove(folder.path, step.relativePath, false);
                 removed.push_back(step.relativePath);
                 ++report.removedCount;
-            } else {
-                placement.place(folder.path, step.relativePath, item.payload, nullptr, item.scratchName);
+            } else if (std::find(staged.begin(), staged.end(), &item) != staged.end()) {
+                placement.commit(folder.path, step.relativePath, item.scratchName);
                 written.push_back({folder.id, folder.path, item.destination, step.isPackage, CaptureSource::rewound,
                                    afterBatch});
                 ++(step.action == Action::revert ? report.revertedCount : report.restoredCount);
             }
         } catch (const std::exception& error) {
-            c_.logger.error("Rewind could not write one path: " + std::string(error.what()));
-            report.failedPaths.push_back(step.relativePath);
+            failed(step, error);
         }
+    }
+    try {
+        c_.fileSystem.syncFileSystem(folder.path);
+    } catch (const std::exception& error) {
+        c_.logger.error("Rewind could not write one path: " + std::string(error.what()));
     }
 
     // What was written goes on the timeline as the rewind's own moment.

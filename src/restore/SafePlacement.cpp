@@ -22,10 +22,8 @@ void SafePlacement::removeItem(int directory, const std::string& name) {
 
 std::string SafePlacement::makeScratchName() { return std::string(scratchPrefix) + makeUuid(); }
 
-void SafePlacement::place(const std::string& root, const std::string& relativePath, const std::string& payload,
-                          const std::function<void(const std::string&)>& beforeCopy, std::string scratchName) {
+UniqueFd SafePlacement::openParent(const std::string& root, const std::string& relativePath) {
     const std::string parent = parentPath(relativePath) == "." ? "" : parentPath(relativePath);
-    const std::string name = lastComponent(relativePath);
     // Folders that no longer exist (a deleted folder's file coming back) are made, one level at a time.
     std::string made;
     for (std::size_t start = 0; start < parent.size();) {
@@ -38,11 +36,43 @@ void SafePlacement::place(const std::string& root, const std::string& relativePa
         made = made.empty() ? component : made + "/" + component;
         start = end + 1;
     }
-    UniqueFd directory = fileSystem_.openDirectoryBeneath(root, parent);
-    const std::string scratch = scratchName.empty() ? makeScratchName() : scratchName;
-    if (beforeCopy) beforeCopy(joinPath(joinPath(root, parent), scratch));
+    return fileSystem_.openDirectoryBeneath(root, parent);
+}
+
+void SafePlacement::stage(const std::string& root, const std::string& relativePath, const std::string& payload,
+                          const std::string& scratchName) {
+    UniqueFd directory = openParent(root, relativePath);
     try {
-        cloner_.clone(payload, joinPath(descriptorPath(directory.get()), scratch));
+        cloner_.clone(payload, joinPath(descriptorPath(directory.get()), scratchName));
+    } catch (...) {
+        try {
+            removeItem(directory.get(), scratchName);
+        } catch (const FileSystemError&) {
+            // The failure being reported matters more; recovery sweeps what is left.
+        }
+        throw;
+    }
+}
+
+void SafePlacement::commit(const std::string& root, const std::string& relativePath, const std::string& scratchName) {
+    UniqueFd directory = fileSystem_.openDirectoryBeneath(root, parentPath(relativePath) == "." ? "" : parentPath(relativePath));
+    const std::string name = lastComponent(relativePath);
+    if (fileSystem_.statAt(directory.get(), name)) {
+        fileSystem_.renameAt(directory.get(), scratchName, name, true);
+        removeItem(directory.get(), scratchName);  // now the old content
+    } else {
+        fileSystem_.renameAt(directory.get(), scratchName, name, false);
+    }
+}
+
+void SafePlacement::place(const std::string& root, const std::string& relativePath, const std::string& payload,
+                          const std::function<void(const std::string&)>& beforeCopy, std::string scratchName) {
+    const std::string scratch = scratchName.empty() ? makeScratchName() : scratchName;
+    const std::string parent = parentPath(relativePath) == "." ? "" : parentPath(relativePath);
+    if (beforeCopy) beforeCopy(joinPath(joinPath(root, parent), scratch));
+    stage(root, relativePath, payload, scratch);
+    UniqueFd directory = fileSystem_.openDirectoryBeneath(root, parent);
+    try {
         // The copy must be on disk before it takes the old content's place.
         auto status = fileSystem_.statAt(directory.get(), scratch);
         if (status && status->isRegular()) {
@@ -51,25 +81,18 @@ void SafePlacement::place(const std::string& root, const std::string& relativePa
         } else {
             fileSystem_.syncFileSystem(descriptorPath(directory.get()));
         }
-        if (fileSystem_.statAt(directory.get(), name)) {
-            fileSystem_.renameAt(directory.get(), scratch, name, true);
-            fileSystem_.syncDirectory(directory.get());
-            removeItem(directory.get(), scratch);  // now the old content
-        } else {
-            fileSystem_.renameAt(directory.get(), scratch, name, false);
-        }
+        commit(root, relativePath, scratch);
         fileSystem_.syncDirectory(directory.get());
     } catch (...) {
         try {
             removeItem(directory.get(), scratch);
         } catch (const FileSystemError&) {
-            // The failure being reported matters more; recovery sweeps what is left.
         }
         throw;
     }
 }
 
-void SafePlacement::remove(const std::string& root, const std::string& relativePath) {
+void SafePlacement::remove(const std::string& root, const std::string& relativePath, bool sync) {
     const std::string parent = parentPath(relativePath) == "." ? "" : parentPath(relativePath);
     UniqueFd directory;
     try {
@@ -79,7 +102,7 @@ void SafePlacement::remove(const std::string& root, const std::string& relativeP
         throw;
     }
     removeItem(directory.get(), lastComponent(relativePath));
-    fileSystem_.syncDirectory(directory.get());
+    if (sync) fileSystem_.syncDirectory(directory.get());
 }
 
 }  // namespace vosklin

@@ -31,13 +31,24 @@ public:
                const std::function<void(const std::string& scratchPath)>& beforeCopy = nullptr,
                std::string scratchName = "");
     static std::string makeScratchName();
+    // A placement in two halves, for many files at once: stage every scratch
+    // copy, make them all durable with one syncFileSystem, then commit each
+    // (the swap, and the removal of what was swapped out), then sync once more.
+    // Each file is still wholly old or wholly new at every instant, since no
+    // swap happens before the copies are on disk. Neither half syncs.
+    void stage(const std::string& root, const std::string& relativePath, const std::string& payload,
+               const std::string& scratchName);
+    void commit(const std::string& root, const std::string& relativePath, const std::string& scratchName);
     // Removes the file (or package directory) at root/relativePath; nothing there is fine.
-    void remove(const std::string& root, const std::string& relativePath);
+    // With `sync` false the caller syncs (a batch).
+    void remove(const std::string& root, const std::string& relativePath, bool sync = true);
 
     static constexpr std::string_view scratchPrefix = ".vosklin-restore-";
 
 private:
     void removeItem(int directory, const std::string& name);
+    // Opens the destination's parent, making missing folders one level at a time.
+    UniqueFd openParent(const std::string& root, const std::string& relativePath);
 
     FileSystem& fileSystem_;
     PayloadCloner& cloner_;
