@@ -12,7 +12,6 @@
 #include "platform/Instant.h"
 #include "platform/PathJson.h"
 #include "platform/StringTable.h"
-#include "platform/Uuid.h"
 
 namespace vosklin {
 
@@ -161,10 +160,7 @@ nlohmann::json ApiHandlers::call(const std::string& name, const nlohmann::json& 
             report = engine_->snapshot(folder, cancellation);
         } else {
             auto crawler = context_.makeCrawler();
-            CrawlOptions options;
-            options.source = CaptureSource::manual;
-            options.batchID = makeUuid();
-            options.captureEverything = true;
+            const CrawlOptions options = CrawlOptions::snapshot();
             auto crawl = crawler.crawl(folder, "snapshot", cancellation, options);
             report = {folder.id, crawl.captured, crawl.tombstoned, crawl.startedAt, *options.batchID, crawl.failed,
                       crawl.cancelled};

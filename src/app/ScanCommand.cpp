@@ -11,7 +11,6 @@
 #include "bridge/FolderAccess.h"
 #include "platform/Instant.h"
 #include "platform/PathJson.h"
-#include "platform/Uuid.h"
 
 namespace vosklin {
 namespace {
@@ -99,10 +98,7 @@ int ScanCommand::snapshot(const std::string& folderName, bool json) {
         report.startedAt = parseInstant(answer.value("at", "")).value_or(context_.clock().now());
         batchID = answer.value("batchID", "");
     } else {
-        CrawlOptions options;
-        options.source = CaptureSource::manual;
-        options.batchID = makeUuid();
-        options.captureEverything = true;
+        const CrawlOptions options = CrawlOptions::snapshot();
         report = run(folder, "snapshot", options, json);
         batchID = *options.batchID;
     }

@@ -7,7 +7,6 @@
 #include "platform/ErrorText.h"
 #include "platform/FileSystemError.h"
 #include "platform/PathNames.h"
-#include "platform/Uuid.h"
 #include "store/StoreLocator.h"
 
 namespace vosklin {
@@ -444,10 +443,7 @@ bool CaptureEngine::barrier(double timeoutSeconds) {
 SnapshotReport CaptureEngine::snapshot(const WatchedFolder& folder, CrawlCancellation& cancellation) {
     FolderWalker walker = makeWalker();
     ReconciliationCrawler crawler(c_.catalog, c_.capture, walker, c_.fileSystem, c_.clock, c_.logger);
-    CrawlOptions options;
-    options.source = CaptureSource::manual;
-    options.batchID = makeUuid();
-    options.captureEverything = true;
+    const CrawlOptions options = CrawlOptions::snapshot();
     auto report = crawler.crawl(folder, "snapshot", cancellation, options);
     return {folder.id, report.captured, report.tombstoned, report.startedAt, *options.batchID, report.failed,
             report.cancelled};

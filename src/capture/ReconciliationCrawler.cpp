@@ -6,6 +6,7 @@
 #include "platform/ErrorText.h"
 #include "platform/FileSystemError.h"
 #include "platform/PathNames.h"
+#include "platform/Uuid.h"
 
 namespace vosklin {
 namespace {
@@ -17,6 +18,14 @@ std::optional<std::string> extensionOf(const std::string& path) {
 }
 
 }  // namespace
+
+CrawlOptions CrawlOptions::snapshot() {
+    CrawlOptions options;
+    options.source = CaptureSource::manual;
+    options.batchID = makeUuid();
+    options.captureEverything = true;
+    return options;
+}
 
 ReconciliationCrawler::ReconciliationCrawler(VersionCatalog& catalog, CaptureService& capture, FolderWalker& walker,
                                              FileSystem& fileSystem, Clock& clock, Logger& logger)

@@ -37,6 +37,9 @@ struct CrawlOptions {
     std::optional<std::string> batchID;
     // A snapshot: capture every unit, not only those that look changed.
     bool captureEverything = false;
+
+    // What the user's snapshot is: every unit, source "manual", one fresh batch.
+    static CrawlOptions snapshot();
 };
 
 // Brings the catalog in line with a folder as it is on disk: the first pass

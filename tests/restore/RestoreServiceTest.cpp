@@ -179,29 +179,10 @@ TEST(RestoreCrashTest, EveryWriteStepCanBeInterruptedSafely) {
             versionID = setup.capture("doc.txt", std::string(100'000, 'o'), t0).id;
             test::writeFile(setup.root + "/doc.txt", std::string(150'000, 'n'));
         }
-        pid_t child = ::fork();
-        ASSERT_GE(child, 0);
-        if (child == 0) {
-            RestoreFixture f(directory);
-            int writes = 0;
-            f.stack.fileSystem.beforeMutation = [&](test::FaultyFileSystem::Operation, const std::string&) {
-                if (++writes == killAt) ::raise(SIGKILL);
-            };
-            try {
+        if (test::runKilledAtWrite(directory, killAt, [&](RestoreFixture& f) {
                 f.service.restore(versionID, RestoreMode::replaceInPlace);
-            } catch (...) {
-                ::_exit(2);
-            }
-            ::_exit(0);
-        }
-        int status = 0;
-        ::waitpid(child, &status, 0);
-        if (WIFEXITED(status)) {
-            ASSERT_EQ(WEXITSTATUS(status), 0) << "the restore failed without being killed, at step " << killAt;
+            }))
             completedAt = killAt;
-        } else {
-            ASSERT_TRUE(WIFSIGNALED(status));
-        }
         RestoreFixture next(directory);
         next.service.recoverInterrupted();
         const std::string contents = readFile(next.root + "/doc.txt");

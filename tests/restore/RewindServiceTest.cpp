@@ -173,29 +173,11 @@ TEST(RewindCrashTest, AnInterruptedRewindIsReportedAndItsFormerStateKept) {
                 setup.stack.catalog.markDeleted(version.fileID, t0 + 500);
             }
         }
-        pid_t child = ::fork();
-        ASSERT_GE(child, 0);
-        if (child == 0) {
-            RestoreFixture f(directory);
-            f.stack.clock.set(t0 + 1000);
-            int writes = 0;
-            auto plan = f.rewinds.plan(f.folder, t0);
-            f.stack.fileSystem.beforeMutation = [&](test::FaultyFileSystem::Operation, const std::string&) {
-                if (++writes == killAt) ::raise(SIGKILL);
-            };
-            try {
-                f.rewinds.rewind(f.folder, plan);
-            } catch (...) {
-                ::_exit(2);
-            }
-            ::_exit(0);
-        }
-        int status = 0;
-        ::waitpid(child, &status, 0);
-        if (WIFEXITED(status)) {
-            ASSERT_EQ(WEXITSTATUS(status), 0) << "failed without being killed at write " << killAt;
+        if (test::runKilledAtWrite(directory, killAt, [&](RestoreFixture& f) {
+                f.stack.clock.set(t0 + 1000);
+                f.rewinds.rewind(f.folder, f.rewinds.plan(f.folder, t0));
+            }))
             completedAt = killAt;
-        }
         RestoreFixture next(directory);
         next.service.recoverInterrupted();
         auto interrupted = next.rewinds.recoverInterrupted();

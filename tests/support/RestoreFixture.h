@@ -1,6 +1,11 @@
 #pragma once
 
+#include <signal.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <functional>
 
 #include <filesystem>
 #include <string>
@@ -56,5 +61,36 @@ struct RestoreFixture {
     RestoreService service{collaborators};
     RewindService rewinds{collaborators, ExcludeRules::standard({}), PackageKinds()};
 };
+
+// Runs `operation` on a fresh fixture in a child process that is killed
+// (SIGKILL) just before its `killAt`-th write. Returns true when the operation
+// finished before reaching that write, false when it was killed; a failure of
+// its own (an exception) fails the test.
+inline bool runKilledAtWrite(const TempDirectory& directory, int killAt,
+                             const std::function<void(RestoreFixture&)>& operation) {
+    pid_t child = ::fork();
+    if (child < 0) throw std::runtime_error("fork failed");
+    if (child == 0) {
+        RestoreFixture f(directory);
+        int writes = 0;
+        f.stack.fileSystem.beforeMutation = [&](FaultyFileSystem::Operation, const std::string&) {
+            if (++writes == killAt) ::raise(SIGKILL);
+        };
+        try {
+            operation(f);
+        } catch (...) {
+            ::_exit(2);
+        }
+        ::_exit(0);
+    }
+    int status = 0;
+    ::waitpid(child, &status, 0);
+    if (WIFEXITED(status)) {
+        EXPECT_EQ(WEXITSTATUS(status), 0) << "failed without being killed, at write " << killAt;
+        return true;
+    }
+    EXPECT_TRUE(WIFSIGNALED(status));
+    return false;
+}
 
 }  // namespace vosklin::test
