@@ -1,7 +1,6 @@
 #include "app/DaemonEndpoint.h"
 
 #include <fcntl.h>
-#include <sys/file.h>
 #include <sys/random.h>
 
 #include <cstdio>
@@ -20,21 +19,39 @@ UniqueFd openLockFile(const std::string& container) {
     return UniqueFd(::open(lockPath(container).c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
 }
 
+// The whole file, write-locked: the daemon's claim on this home.
+struct flock wholeFile() {
+    struct flock range {};
+    range.l_type = F_WRLCK;
+    range.l_whence = SEEK_SET;
+    range.l_start = 0;
+    range.l_len = 0;
+    return range;
+}
+
 }  // namespace
 
 std::optional<UniqueFd> DaemonEndpoint::lock(FileSystem& fileSystem, const std::string& container) {
     makeDirectories(fileSystem, container, 0700);
     UniqueFd fd = openLockFile(container);
     if (!fd) throw FileSystemError(errno, "open", lockPath(container));
-    if (::flock(fd.get(), LOCK_EX | LOCK_NB) != 0) return std::nullopt;
+    // An open-file-description lock: it lives as long as this descriptor, and a
+    // look-up can test it (F_OFD_GETLK) without taking anything itself.
+    struct flock range = wholeFile();
+    if (::fcntl(fd.get(), F_OFD_SETLK, &range) != 0) {
+        if (errno == EAGAIN || errno == EACCES) return std::nullopt;
+        throw FileSystemError(errno, "lock", lockPath(container));
+    }
     return fd;
 }
 
 std::optional<DaemonEndpoint> DaemonEndpoint::find(FileSystem& fileSystem, const std::string& container) {
     // The lock, not the files, says whether a daemon runs: files can outlive a crash.
-    UniqueFd fd = openLockFile(container);
+    // Only asked about, never taken: a look-up must not stop a daemon from starting.
+    UniqueFd fd(::open(lockPath(container).c_str(), O_RDONLY | O_CLOEXEC));
     if (!fd) return std::nullopt;
-    if (::flock(fd.get(), LOCK_SH | LOCK_NB) == 0) return std::nullopt;
+    struct flock range = wholeFile();
+    if (::fcntl(fd.get(), F_OFD_GETLK, &range) != 0 || range.l_type == F_UNLCK) return std::nullopt;
     try {
         auto json = nlohmann::json::parse(readWholeFile(fileSystem, joinPath(container, "daemon.json")));
         DaemonEndpoint endpoint;

@@ -9,7 +9,8 @@
 namespace vosklin {
 
 // How the command line finds and talks to a running daemon, in the container:
-//   daemon.lock   held (flock) by the one daemon of this home while it runs
+//   daemon.lock   write-locked (an open-file-description lock) by the one daemon of this
+//                 home while it runs; a look-up only tests the lock, never takes it
 //   daemon.json   {"pid": ..., "port": ...}
 //   api-token     the secret every request must carry; readable by the user only
 struct DaemonEndpoint {
