@@ -91,6 +91,10 @@ CrawlReport ReconciliationCrawler::crawl(const WatchedFolder& folder, const std:
         if (cancellation.isCancelled()) break;
         const TrackedFile* row = nullptr;
         if (auto found = byPath.find(unit.relativePath); found != byPath.end()) row = &found->second;
+        // An inode is only a hint: a file deleted and another created in its place can get
+        // the same number, size and time (cp -p, tar, unzip). A rename found by inode is
+        // captured all the same, and the digest decides; an unchanged file costs a dedupe.
+        bool renamedHere = false;
 
         if (!row && unit.inode) {
             auto candidate = liveByInode.find(unit.inode);
@@ -104,11 +108,12 @@ CrawlReport ReconciliationCrawler::crawl(const WatchedFolder& folder, const std:
                     old->relativePath = unit.relativePath;
                     old->deletedAt.reset();
                     row = &byPath.emplace(unit.relativePath, *old).first->second;
+                    renamedHere = true;
                 }
             }
         }
 
-        bool changed = options.captureEverything || !row || row->deletedAt.has_value();
+        bool changed = options.captureEverything || renamedHere || !row || row->deletedAt.has_value();
         if (!changed) {
             auto summary = newest.find(row->id);
             changed = summary == newest.end() || !row->inode || *row->inode != unit.inode ||

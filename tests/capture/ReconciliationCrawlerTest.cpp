@@ -80,6 +80,9 @@ TEST_F(ReconciliationCrawlerTest, ModifiedDeletedAndRenamedFilesAreEachRecognise
     const std::string touched = directory.write("Work/touched.txt", "same size");
     directory.write("Work/doomed.txt", "bye");
     directory.write("Work/moving.txt", "I keep my history");
+    const std::string c = directory.write("Work/c.txt", "content of c");
+    const timespec longAgo[2] = {{std::time_t(clock.now() - 3600), 0}, {std::time_t(clock.now() - 3600), 0}};
+    ::utimensat(AT_FDCWD, c.c_str(), longAgo, 0);
     directory.write("Work/Photos/2024/a.jpg", "\xFF\xD8 a \xFF\xD9");
     directory.write("Work/Photos/2024/b.jpg", "\xFF\xD8 b \xFF\xD9");
     crawl();
@@ -93,13 +96,22 @@ TEST_F(ReconciliationCrawlerTest, ModifiedDeletedAndRenamedFilesAreEachRecognise
     std::filesystem::remove(directory / "Work/doomed.txt");
     std::filesystem::rename(directory / "Work/moving.txt", directory / "Work/moved.txt");
     std::filesystem::rename(directory / "Work/Photos", directory / "Work/Pictures");
+    // c.txt deleted and d.txt made with other bytes of the same size and c's time, on
+    // c's recycled inode: everything but the content looks like a rename.
+    std::filesystem::rename(c, directory / "Work/d.txt");
+    test::writeFile(directory / "Work/d.txt", "CONTENT OF D");
+    ::utimensat(AT_FDCWD, (directory / "Work/d.txt").c_str(), longAgo, 0);
 
     auto report = crawl();
-    EXPECT_EQ(report.captured, 2);
+    EXPECT_EQ(report.captured, 3) << "grown, touched, and d.txt's own bytes";
     EXPECT_EQ(report.tombstoned, 1);
-    EXPECT_EQ(report.renamed, 3) << "one file, and both files of the renamed directory";
-    EXPECT_EQ(livePaths(), (std::vector<std::string>{"Pictures/2024/a.jpg", "Pictures/2024/b.jpg", "grown.txt",
-                                                     "moved.txt", "touched.txt"}));
+    EXPECT_EQ(report.renamed, 4) << "two files, and both files of the renamed directory";
+    EXPECT_EQ(livePaths(), (std::vector<std::string>{"Pictures/2024/a.jpg", "Pictures/2024/b.jpg", "d.txt",
+                                                     "grown.txt", "moved.txt", "touched.txt"}));
+    auto d = catalog.versionsOfFile(catalog.fileAtPath(folder.id, "d.txt")->id, 10);
+    ASSERT_FALSE(d.empty());
+    EXPECT_EQ(test::readFile(stack.layout.payloadPath(d.front().slot, d.front().payloadName)), "CONTENT OF D")
+        << "the newest version of d.txt holds d's bytes, not c's";
     auto moved = catalog.fileAtPath(folder.id, "moved.txt");
     ASSERT_TRUE(moved.has_value());
     EXPECT_EQ(moved->id, moving.id) << "a rename keeps the row and so the whole history";
@@ -113,7 +125,7 @@ TEST_F(ReconciliationCrawlerTest, ModifiedDeletedAndRenamedFilesAreEachRecognise
         if (event.kind == FileEventKind::renamed) ++renamedEvents;
         if (event.kind == FileEventKind::deleted) ++deletedEvents;
     }
-    EXPECT_EQ(renamedEvents, 3);
+    EXPECT_EQ(renamedEvents, 4);
     EXPECT_EQ(deletedEvents, 1);
     EXPECT_EQ(crawl().captured + crawl().tombstoned + crawl().renamed, 0) << "and then it is quiet again";
 }
