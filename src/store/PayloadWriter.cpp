@@ -1,16 +1,24 @@
 #include "store/PayloadWriter.h"
 
 #include "platform/PathNames.h"
+#include "store/VersionSidecar.h"
 
 namespace vosklin {
 
 PayloadWriter::PayloadWriter(VersionStoreLayout& layout, PayloadCloner& cloner, PayloadDigest& digest)
     : layout_(layout), cloner_(cloner), digest_(digest) {}
 
+std::string PayloadWriter::payloadNameFor(const std::string& sourceName) {
+    const std::string sidecar(VersionSidecar::fileName);
+    // The sidecar and its temporary ("vosklin-version.json.tmp-...") own these names in every slot.
+    if (sourceName == sidecar || sourceName.starts_with(sidecar + ".")) return "payload-" + sourceName;
+    return sourceName;
+}
+
 WrittenPayload PayloadWriter::write(std::int64_t fileID, double at, const std::string& source, bool isPackage) {
     WrittenPayload payload;
     payload.slot = layout_.makeSlot(fileID, at);
-    payload.payloadName = lastComponent(source);
+    payload.payloadName = payloadNameFor(lastComponent(source));
     payload.payloadPath = joinPath(payload.slot.directory, payload.payloadName);
     try {
         payload.clone = cloner_.clone(source, payload.payloadPath);

@@ -12,7 +12,7 @@ namespace vosklin {
 
 struct WrittenPayload {
     VersionStoreLayout::Slot slot;
-    std::string payloadName;  // the source's last path component
+    std::string payloadName;  // where the payload is in the slot: the source's name, see payloadNameFor
     std::string payloadPath;
     CloneOutcome clone;
     std::string digest;  // of the copy in the store, not of the live source
@@ -30,6 +30,11 @@ public:
     PayloadWriter(VersionStoreLayout& layout, PayloadCloner& cloner, PayloadDigest& digest);
 
     WrittenPayload write(std::int64_t fileID, double at, const std::string& source, bool isPackage);
+
+    // The payload keeps the source's own name, unless that name is the sidecar's: a
+    // user's file called "vosklin-version.json" must not be overwritten by its own
+    // sidecar. Readers take the name from the version's payload_name, never from the path.
+    static std::string payloadNameFor(const std::string& sourceName);
 
 private:
     VersionStoreLayout& layout_;

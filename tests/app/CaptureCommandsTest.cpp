@@ -185,6 +185,28 @@ TEST_F(CaptureCommandsTest, VersionsAreNewestFirstAndCatGivesBackTheExactBytes) 
     EXPECT_EQ(test::readFile(precious), "do not touch");
 }
 
+// A slot holds the payload beside its sidecar, "vosklin-version.json": a user's file of
+// that very name must keep its own bytes through capture, cat and an in-place restore.
+TEST_F(CaptureCommandsTest, AFileNamedLikeTheSidecarKeepsItsBytes) {
+    addFolder();
+    const std::string path = watched.write("vosklin-version.json", "{\"mine\": 1}\n");
+    ASSERT_EQ(jsonOf({"scan", root})["captured"], 1);
+    watched.write("vosklin-version.json", "{\"mine\": 2}\n");
+    ASSERT_EQ(jsonOf({"scan", root})["captured"], 1);
+
+    auto versions = versionsOf("vosklin-version.json");
+    ASSERT_EQ(versions.size(), 2u);
+    const std::string older = std::to_string(versions[1]["id"].get<std::int64_t>());
+    EXPECT_EQ(vosklin({"cat", older}).out, "{\"mine\": 1}\n");
+    auto restored = vosklin({"restore", older, "--in-place"});
+    ASSERT_EQ(restored.exitStatus, 0) << restored.err;
+    EXPECT_EQ(test::readFile(path), "{\"mine\": 1}\n");
+    auto after = versionsOf("vosklin-version.json");
+    ASSERT_FALSE(after.empty());
+    EXPECT_EQ(vosklin({"cat", std::to_string(after[0]["id"].get<std::int64_t>())}).out, "{\"mine\": 2}\n")
+        << "what the restore replaced is kept, byte for byte";
+}
+
 TEST_F(CaptureCommandsTest, PackageVersionIsWrittenOutOnlyAsADirectory) {
     watched.write("Report.rtfd/TXT.rtf", "{\\rtf1 hello}");
     watched.write("Report.rtfd/images/chart.png", std::string("\x89PNG\0\0", 6));
