@@ -234,7 +234,6 @@ TEST_P(UndoAfterNamingTest, UndoGoesBackToJustBeforeTheLatestRewind) {
 INSTANTIATE_TEST_SUITE_P(
     Cases, UndoAfterNamingTest,
     ::testing::Values(
-        NamingAfterRewind{"Unnamed", false, {}, "two", true},
         NamingAfterRewind{"BeforeRewindNamed", false, {{MomentMark::Kind::beforeRewind, true}}, "two", true},
         NamingAfterRewind{"BeforeRewindNamedThenUnnamed", false, {{MomentMark::Kind::beforeRewind, false}}, "two",
                           true},

@@ -121,10 +121,6 @@ TEST_F(StoredPackageTest, IsCheckedByItsPackageDigest) {
     place.write("Docs/Book.pages/Data/image.jpg", "jpeg");
     const auto book = capture("Book.pages", "", true);
     const std::string out = place / "Book-copy.pages";
-    ASSERT_EQ(vosklin({"cat", std::to_string(book.id), "-o", out}).exitStatus, 0) << "intact, it is handed out";
-    EXPECT_EQ(test::readFile(out + "/Data/image.jpg"), "jpeg");
-    fs::remove_all(out);
-
     test::writeFile(payload(book) + "/Data/image.jpg", "jpeg, changed in the store");
     auto damaged = vosklin({"cat", std::to_string(book.id), "-o", out});
     EXPECT_EQ(damaged.exitStatus, 1);

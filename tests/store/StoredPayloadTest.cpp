@@ -2,21 +2,16 @@
 
 #include <gtest/gtest.h>
 
-#include <filesystem>
 #include <sstream>
 
 #include "platform/PosixFileSystem.h"
-#include "store/CloneError.h"
 #include "store/PayloadDigest.h"
 #include "store/Sha256.h"
-#include "support/ManualClock.h"
-#include "support/RecordingLogger.h"
 #include "support/TempDirectory.h"
 
 namespace vosklin {
 namespace {
 
-namespace fs = std::filesystem;
 using test::TempDirectory;
 
 class StoredPayloadTest : public ::testing::Test {
@@ -94,32 +89,6 @@ TEST_F(StoredPayloadTest, ReadsHandOutOnlyBytesThatMatchTheDigest) {
         EXPECT_TRUE(out.str().empty()) << "nothing goes out before the check: " << out.str().size() << " bytes";
         EXPECT_THROW(payload(version).read(), StoredPayloadError) << changed.size();
     }
-}
-
-TEST_F(StoredPayloadTest, ExportsAreCheckedAndADamagedOneIsRemoved) {
-    test::ManualClock clock;
-    test::RecordingLogger logger;
-    PayloadCloner cloner(fileSystem, clock, logger);
-    const StoredVersion version = store("words\n");
-    payload(version).exportTo(cloner, directory / "export.txt");
-    EXPECT_EQ(test::readFile(directory / "export.txt"), "words\n");
-
-    damage("other\n");
-    EXPECT_THROW(payload(version).exportTo(cloner, directory / "damaged.txt"), StoredPayloadError);
-    EXPECT_FALSE(fs::exists(directory / "damaged.txt"));
-    EXPECT_THROW(payload(version).exportTo(cloner, directory / "export.txt"), CloneError);
-    EXPECT_EQ(test::readFile(directory / "export.txt"), "words\n") << "never over what is there";
-}
-
-TEST_F(StoredPayloadTest, APackageCopyIsCheckedByThePackageDigest) {
-    directory.write("copy.pages/Index/Document.iwa", "body");
-    directory.write("copy.pages/Data/a.jpg", "jpeg");
-    StoredVersion version;
-    version.id = 9;
-    version.digest = PayloadDigest(fileSystem).packageDigest(directory / "copy.pages");
-    EXPECT_NO_THROW(payload(version, true).verifyCopy(directory / "copy.pages"));
-    fs::rename(directory / "copy.pages/Data/a.jpg", directory / "copy.pages/Data/b.jpg");  // same bytes, new name
-    EXPECT_THROW(payload(version, true).verifyCopy(directory / "copy.pages"), StoredPayloadError);
 }
 
 }  // namespace
