@@ -48,10 +48,10 @@ nlohmann::json ApiHandlers::mark(const nlohmann::json& request, bool naming) {
         if (name.empty()) throw ApiError(400, "A moment's name cannot be empty");
         context_.catalog().recordMark({folder.id, moment->at, name, MomentMark::Kind::named, std::nullopt});
     } else if (auto existing = history.markAt(moment->at)) {
-        // A plain name goes with its mark; a rewind's mark stays, without the name.
-        // A rewind's mark that was named is still a rewind's (it keeps the rewind's target).
-        if (existing->kind == MomentMark::Kind::named && !existing->targetAt)
-            context_.catalog().deleteMark(folder.id, moment->at);
+        // A plain name goes with its mark; a rewind's mark stays, without the name. Naming
+        // turned a rewind's mark into a `named` one, but it still carries the rewind's target.
+        const bool plainName = existing->kind == MomentMark::Kind::named && !existing->targetAt;
+        if (plainName) context_.catalog().deleteMark(folder.id, moment->at);
         else context_.catalog().clearMarkName(folder.id, moment->at);
     }
     return {{"at", formatInstant(moment->at)}};

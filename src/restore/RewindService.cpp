@@ -238,8 +238,11 @@ std::optional<double> RewindService::undoTarget(const std::vector<MomentMark>& m
         if (!newest.targetAt) continue;  // a plain name: no rewind's
         // A before-rewind mark with no rewind mark after it: that rewind never finished.
         if (newest.kind == Kind::beforeRewind) return newest.at;
-        for (std::size_t j = i + 1; j < marks.size(); ++j)
-            if (marks[j].targetAt == newest.targetAt && marks[j].kind != Kind::rewind) return marks[j].at;
+        for (std::size_t j = i + 1; j < marks.size(); ++j) {
+            if (marks[j].targetAt != newest.targetAt) continue;
+            if (marks[j].kind != Kind::rewind) return marks[j].at;
+            break;  // an earlier rewind to the same instant: its before-rewind moment is not this one's
+        }
         // Named, with no partner: the named before-rewind mark of a rewind that never finished.
         if (newest.kind == Kind::named) return newest.at;
         return std::nullopt;
