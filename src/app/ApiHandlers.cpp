@@ -48,8 +48,10 @@ nlohmann::json ApiHandlers::mark(const nlohmann::json& request, bool naming) {
         if (name.empty()) throw ApiError(400, "A moment's name cannot be empty");
         context_.catalog().recordMark({folder.id, moment->at, name, MomentMark::Kind::named, std::nullopt});
     } else if (auto existing = history.markAt(moment->at)) {
-        // A plain name goes with its mark; a rewind's mark stays, without the name.
-        if (existing->kind == MomentMark::Kind::named) context_.catalog().deleteMark(folder.id, moment->at);
+        // A plain name goes with its mark; a rewind's mark stays, without the name. Naming
+        // turned a rewind's mark into a `named` one, but it still carries the rewind's target.
+        const bool plainName = existing->kind == MomentMark::Kind::named && !existing->targetAt;
+        if (plainName) context_.catalog().deleteMark(folder.id, moment->at);
         else context_.catalog().clearMarkName(folder.id, moment->at);
     }
     return {{"at", formatInstant(moment->at)}};
@@ -103,8 +105,15 @@ nlohmann::json ApiHandlers::rewind(const nlohmann::json& request) {
     auto& service = context_.rewindService();
     if (engine_) service.beforeWrite = [this](const std::vector<std::string>& paths) { engine_->suppress(paths); };
     try {
-        // Planned here, at the moment of writing, so that the plan is of the folder as it is now.
-        auto report = service.rewind(folder, service.plan(folder, *target));
+        // Planned here, at the moment of writing, so that the plan is of the folder as it is now;
+        // when the caller showed a plan, this one must be that one, or nothing is written.
+        const RewindPlan plan = service.plan(folder, *target);
+        if (request.contains("planFingerprint") &&
+            (!request["planFingerprint"].is_string() || request["planFingerprint"] != plan.fingerprint()))
+            throw ApiError(409, displayableUtf8(folder.path) +
+                                    " changed since the plan was shown, so nothing was changed; run the command "
+                                    "again to see the new plan");
+        auto report = service.rewind(folder, plan);
         nlohmann::json failed = nlohmann::json::array();
         for (const auto& path : report.failedPaths) failed.push_back(displayableUtf8(path));
         return {{"target", formatInstant(report.target)},     {"beforeRewindAt", formatInstant(report.beforeRewindAt)},

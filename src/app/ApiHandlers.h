@@ -30,7 +30,9 @@ private:
 //   name     {"folder", "moment", "name"} -> {"at": the moment's instant}
 //   unname   {"folder", "moment"}         -> {"at": ...}
 //   star     {"version": id}              -> {"id", "isStarred"}   (and unstar)
-//   rewind   {"folder", "target": seconds since 1970 (exact), or text} -> the rewind report
+//   rewind   {"folder", "target": seconds since 1970 (exact), or text,
+//             "planFingerprint": optional, of the plan the user saw} -> the rewind report;
+//             409 when the plan made now is not the one seen
 //   restore  {"version": id, "inPlace": bool} or {"previous": path} -> {"mode", "restoredPath", "preRestoreVersionID"}
 //
 // With an engine (in the daemon) work goes through it; without one it runs in

@@ -11,6 +11,7 @@
 #include "platform/PathJson.h"
 #include "platform/PathNames.h"
 #include "platform/StringTable.h"
+#include "store/StoredPayload.h"
 
 namespace vosklin {
 namespace {
@@ -42,9 +43,10 @@ DiffCommand::Side DiffCommand::load(const std::string& versionOrPath) {
         if (!version) throw CommandError("There is no version " + versionOrPath);
         if (context_.catalog().requireFile(version->fileID).isPackage)
             throw CommandError("Version " + versionOrPath + " is a folder (a package); only files can be compared");
-        const std::string payload = context_.layout().payloadPath(version->slot, version->payloadName);
-        return {"version " + versionOrPath + " (" + formatLocalTime(version->capturedAt) + ")",
-                readLimited(context_.fileSystem(), payload)};
+        StoredPayload stored(context_.fileSystem(), context_.layout(), *version, false);
+        if (version->logicalBytes > largestCompared)
+            throw CommandError("Version " + versionOrPath + " is too large to compare as text");
+        return {"version " + versionOrPath + " (" + formatLocalTime(version->capturedAt) + ")", stored.read()};
     }
     return {displayableUtf8(versionOrPath), readLimited(context_.fileSystem(), absolutePath(versionOrPath))};
 }

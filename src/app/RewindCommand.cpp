@@ -53,7 +53,8 @@ int RewindCommand::rewindTo(const WatchedFolder& folder, double target, bool dry
         }
     }
     // The exact instant, as a number: printed text would be rounded to the microsecond.
-    nlohmann::json request = {{"target", target}};
+    // The plan shown is the plan run: the fingerprint lets the handler refuse one that changed since.
+    nlohmann::json request = {{"target", target}, {"planFingerprint", plan.fingerprint()}};
     putPath(request, "folder", folder.path);
     nlohmann::json report;
     if (auto daemon = DaemonEndpoint::find(context_.fileSystem(), context_.locator().containerRoot()))
@@ -86,8 +87,8 @@ int RewindCommand::rewind(const std::string& folderName, const std::string& mome
 int RewindCommand::undo(const std::string& folderName, bool dryRun, bool yes) {
     WatchedFolder folder = context_.folders().require(folderName);
     if (context_.storeExists())
-        for (const auto& mark : context_.catalog().marks(folder.id))  // newest first
-            if (mark.kind == MomentMark::Kind::beforeRewind) return rewindTo(folder, mark.at, dryRun, yes);
+        if (auto before = RewindService::undoTarget(context_.catalog().marks(folder.id)))
+            return rewindTo(folder, *before, dryRun, yes);
     throw CommandError(displayableUtf8(folder.path) + " has not been rewound: there is nothing to undo");
 }
 

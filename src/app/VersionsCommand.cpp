@@ -11,6 +11,7 @@
 #include "platform/PathJson.h"
 #include "platform/PathNames.h"
 #include "store/CloneError.h"
+#include "store/StoredPayload.h"
 
 namespace vosklin {
 
@@ -61,25 +62,20 @@ int VersionsCommand::cat(const std::string& versionText, const std::optional<std
     if (context_.storeExists()) version = context_.catalog().version(id);
     if (!version) throw CommandError("There is no version " + versionText);
     const bool isPackage = context_.catalog().requireFile(version->fileID).isPackage;
-    const std::string payload = context_.layout().payloadPath(version->slot, version->payloadName);
-    if (!context_.fileSystem().linkStatus(payload))
-        throw CommandError("The stored copy of version " + versionText + " is missing from the store");
+    StoredPayload stored(context_.fileSystem(), context_.layout(), *version, isPackage);
+    stored.locate();  // refused or missing: said before anything is written
 
     if (!output) {
         if (isPackage)
             throw CommandError("Version " + versionText + " is a folder (" + displayableUtf8(version->payloadName) +
                                "); give -o DIRECTORY to receive it");
-        UniqueFd file = context_.fileSystem().openForReading(payload);
-        std::string buffer(1 << 20, '\0');
-        while (std::size_t count = context_.fileSystem().read(file.get(), buffer.data(), buffer.size()))
-            out_.write(buffer.data(), std::streamsize(count));
-        out_.flush();
+        stored.streamTo(out_);
         return 0;
     }
     // A reflink where possible; never over something that is already there.
     try {
         PayloadCloner cloner(context_.fileSystem(), context_.clock(), context_.logger());
-        cloner.clone(payload, absolutePath(*output));
+        stored.exportTo(cloner, absolutePath(*output));
     } catch (const CloneError& error) {
         if (error.kind() == CloneError::Kind::destinationExists)
             throw CommandError(displayableUtf8(*output) + " already exists; choose another name");

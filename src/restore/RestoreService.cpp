@@ -12,6 +12,7 @@
 #include "platform/StringTable.h"
 #include "platform/Uuid.h"
 #include "store/CloneError.h"
+#include "store/StoredPayload.h"
 
 namespace vosklin {
 
@@ -97,10 +98,18 @@ RestoreReport RestoreService::restore(std::int64_t versionID, RestoreMode mode) 
         }
         journal.write(c_.fileSystem, c_.layout.journalDirectory());
         if (beforeWrite) beforeWrite({destination});
-        SafePlacement(c_.fileSystem, c_.cloner).place(folder.path, relative, payload, [&](const std::string& scratch) {
-            journal.scratchPath = scratch;
-            journal.write(c_.fileSystem, c_.layout.journalDirectory());
-        });
+        // The copy is checked against the version's digest before it takes the file's place.
+        const StoredPayload stored(c_.fileSystem, c_.layout, *version, file->isPackage);
+        SafePlacement(c_.fileSystem, c_.cloner)
+            .place(
+                folder.path, relative, payload,
+                [&](const std::string& scratch) {
+                    journal.scratchPath = scratch;
+                    journal.write(c_.fileSystem, c_.layout.journalDirectory());
+                },
+                "", [&](const std::string& scratch) { stored.verifyCopy(scratch); });
+    } catch (const StoredPayloadError& error) {
+        throw RestoreError(Kind::failed, error.what(), EIO);
     } catch (const FileSystemError& error) {
         throw RestoreError(Kind::failed, std::string("The restore failed: ") + error.what(), error.errorNumber());
     } catch (const CloneError& error) {

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <unordered_map>
 
+#include "store/Sha256.h"
+
 namespace vosklin {
 
 std::string_view toString(RewindPlan::Step::Action action) {
@@ -41,6 +43,23 @@ RewindPlan RewindPlan::make(const std::vector<FileStateAt>& targetStates, const 
     std::sort(plan.steps.begin(), plan.steps.end(),
               [](const Step& a, const Step& b) { return a.relativePath < b.relativePath; });
     return plan;
+}
+
+std::string RewindPlan::fingerprint() const {
+    Sha256 hash;
+    // The exact bits of the instant: printed text would round it.
+    hash.update(&target, sizeof target);
+    for (const auto& step : steps) {
+        // NUL cannot occur in a path, so the fields cannot run into each other.
+        const std::string version = step.versionID ? std::to_string(*step.versionID) : "-";
+        hash.update(toString(step.action));
+        hash.update(std::string_view("\0", 1));
+        hash.update(step.relativePath);
+        hash.update(std::string_view("\0", 1));
+        hash.update(version);
+        hash.update(std::string_view("\0", 1));
+    }
+    return hash.hex();
 }
 
 std::int64_t RewindPlan::count(Step::Action action) const {

@@ -46,6 +46,11 @@ struct RewindPlan {
                            double target);
 
     std::int64_t count(Step::Action action) const;
+
+    // SHA-256 over the target instant and the ordered steps (action, path,
+    // version put back): two plans with the same fingerprint do the same
+    // writes. It lets a plan shown to the user be told from the plan about to run.
+    std::string fingerprint() const;
 };
 
 std::string_view toString(RewindPlan::Step::Action action);

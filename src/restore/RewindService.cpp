@@ -13,6 +13,7 @@
 #include "platform/PathNames.h"
 #include "platform/Uuid.h"
 #include "store/PayloadDigest.h"
+#include "store/StoredPayload.h"
 
 namespace vosklin {
 
@@ -71,12 +72,13 @@ RewindReport RewindService::rewind(const WatchedFolder& folder, const RewindPlan
         std::string destination;
         std::string payload;
         std::string scratchName;
+        std::optional<StoredPayload> stored;  // what a write puts back, checked once staged
     };
     std::vector<Resolved> resolved;
     RestorePathPolicy policy(c_.fileSystem);
     const std::vector<std::string> granted = {folder.path};
     for (const auto& step : plan.steps) {
-        Resolved item{&step, joinPath(folder.path, step.relativePath), "", ""};
+        Resolved item{&step, joinPath(folder.path, step.relativePath), "", "", std::nullopt};
         if (step.action == Action::removeAdded) {
             item.payload = joinPath(c_.layout.versionsDirectory(), "none");  // only the destination is at stake
         } else {
@@ -86,6 +88,7 @@ RewindReport RewindService::rewind(const WatchedFolder& folder, const RewindPlan
                 throw RewindError(RewindError::Kind::payloadMissing,
                                   "The stored copy of " + displayableUtf8(step.relativePath) + " is gone");
             item.scratchName = SafePlacement::makeScratchName();
+            item.stored.emplace(c_.fileSystem, c_.layout, *version, step.isPackage);
         }
         if (auto violation = policy.check(item.payload, item.destination, c_.layout.root(), granted))
             throw RewindError(RewindError::Kind::blockedBySafetyPolicy,
@@ -149,7 +152,8 @@ RewindReport RewindService::rewind(const WatchedFolder& folder, const RewindPlan
     for (const auto& item : resolved) {
         if (item.step->action == Action::removeAdded) continue;
         try {
-            placement.stage(folder.path, item.step->relativePath, item.payload, item.scratchName);
+            placement.stage(folder.path, item.step->relativePath, item.payload, item.scratchName,
+                            [&](const std::string& scratch) { item.stored->verifyCopy(scratch); });
             staged.push_back(&item);
         } catch (const std::exception& error) {
             failed(*item.step, error);
@@ -225,6 +229,25 @@ RewindReport RewindService::rewind(const WatchedFolder& folder, const RewindPlan
     manifest.write(c_.fileSystem, c_.layout.journalDirectory());
     c_.fileSystem.removeFile(joinPath(c_.layout.journalDirectory(), journal.fileName()));
     return report;
+}
+
+std::optional<double> RewindService::undoTarget(const std::vector<MomentMark>& marks) {
+    using Kind = MomentMark::Kind;
+    for (std::size_t i = 0; i < marks.size(); ++i) {
+        const MomentMark& newest = marks[i];
+        if (!newest.targetAt) continue;  // a plain name: no rewind's
+        // A before-rewind mark with no rewind mark after it: that rewind never finished.
+        if (newest.kind == Kind::beforeRewind) return newest.at;
+        for (std::size_t j = i + 1; j < marks.size(); ++j) {
+            if (marks[j].targetAt != newest.targetAt) continue;
+            if (marks[j].kind != Kind::rewind) return marks[j].at;
+            break;  // an earlier rewind to the same instant: its before-rewind moment is not this one's
+        }
+        // Named, with no partner: the named before-rewind mark of a rewind that never finished.
+        if (newest.kind == Kind::named) return newest.at;
+        return std::nullopt;
+    }
+    return std::nullopt;
 }
 
 std::vector<RewindJournal::Interrupted> RewindService::recoverInterrupted() {

@@ -65,6 +65,13 @@ public:
     RewindReport rewind(const WatchedFolder& folder, const RewindPlan& plan);
     std::vector<RewindJournal::Interrupted> recoverInterrupted();
 
+    // The instant undoing the latest rewind goes back to: its before-rewind mark.
+    // Both marks of one rewind carry its target; naming a moment turns a mark's
+    // kind to `named` but keeps that target, so the pair is found by the target
+    // rather than by kind alone. `marks` newest first; none when there is no
+    // rewind to undo (or its before-rewind mark is gone).
+    static std::optional<double> undoTarget(const std::vector<MomentMark>& marks);
+
 private:
     RestoreService::Collaborators c_;
     ExcludeRules excludes_;

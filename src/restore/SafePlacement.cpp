@@ -40,10 +40,12 @@ UniqueFd SafePlacement::openParent(const std::string& root, const std::string& r
 }
 
 void SafePlacement::stage(const std::string& root, const std::string& relativePath, const std::string& payload,
-                          const std::string& scratchName) {
+                          const std::string& scratchName, const CopyCheck& checkCopy) {
     UniqueFd directory = openParent(root, relativePath);
     try {
-        cloner_.clone(payload, joinPath(descriptorPath(directory.get()), scratchName));
+        const std::string scratch = joinPath(descriptorPath(directory.get()), scratchName);
+        cloner_.clone(payload, scratch);
+        if (checkCopy) checkCopy(scratch);
     } catch (...) {
         try {
             removeItem(directory.get(), scratchName);
@@ -66,11 +68,12 @@ void SafePlacement::commit(const std::string& root, const std::string& relativeP
 }
 
 void SafePlacement::place(const std::string& root, const std::string& relativePath, const std::string& payload,
-                          const std::function<void(const std::string&)>& beforeCopy, std::string scratchName) {
+                          const std::function<void(const std::string&)>& beforeCopy, std::string scratchName,
+                          const CopyCheck& checkCopy) {
     const std::string scratch = scratchName.empty() ? makeScratchName() : scratchName;
     const std::string parent = parentPath(relativePath) == "." ? "" : parentPath(relativePath);
     if (beforeCopy) beforeCopy(joinPath(joinPath(root, parent), scratch));
-    stage(root, relativePath, payload, scratch);
+    stage(root, relativePath, payload, scratch, checkCopy);
     UniqueFd directory = fileSystem_.openDirectoryBeneath(root, parent);
     try {
         // The copy must be on disk before it takes the old content's place.

@@ -25,11 +25,15 @@ class SafePlacement {
 public:
     SafePlacement(FileSystem& fileSystem, PayloadCloner& cloner);
 
+    // Hears the scratch copy once it is made, before anything is swapped: throwing
+    // refuses it (a copy that is not the version's content), and the copy is removed.
+    using CopyCheck = std::function<void(const std::string& scratchPath)>;
+
     // `beforeCopy` hears the scratch item's absolute path before it is made (for a journal).
     // `scratchName` may be chosen beforehand (a rewind journals all of them first); empty, one is made.
     void place(const std::string& root, const std::string& relativePath, const std::string& payload,
                const std::function<void(const std::string& scratchPath)>& beforeCopy = nullptr,
-               std::string scratchName = "");
+               std::string scratchName = "", const CopyCheck& checkCopy = nullptr);
     static std::string makeScratchName();
     // A placement in two halves, for many files at once: stage every scratch
     // copy, make them all durable with one syncFileSystem, then commit each
@@ -37,7 +41,7 @@ public:
     // Each file is still wholly old or wholly new at every instant, since no
     // swap happens before the copies are on disk. Neither half syncs.
     void stage(const std::string& root, const std::string& relativePath, const std::string& payload,
-               const std::string& scratchName);
+               const std::string& scratchName, const CopyCheck& checkCopy = nullptr);
     void commit(const std::string& root, const std::string& relativePath, const std::string& scratchName);
     // Removes the file (or package directory) at root/relativePath; nothing there is fine.
     // With `sync` false the caller syncs (a batch).

@@ -188,5 +188,62 @@ TEST_F(HistoryCommandsTest, RewindAndUndoByThePrintedInstantOfAMoment) {
     EXPECT_EQ(nothing.exitStatus, 0) << "after undo the rewind has work again: " << nothing.err;
 }
 
+// Naming a moment turns its mark's kind to "named": undo must still find the
+// moment before the latest rewind.
+struct NamingAfterRewind {
+    const char* name;
+    bool twoRewinds;                                        // a.txt edited to "three" and rewound again
+    std::vector<std::pair<MomentMark::Kind, bool>> marks;   // which mark of the latest rewind, named (true) or named and unnamed
+    std::string aAfterUndo;
+    bool bAfterUndo;
+};
+
+void PrintTo(const NamingAfterRewind& row, std::ostream* out) { *out << row.name; }
+
+class UndoAfterNamingTest : public HistoryCommandsTest, public ::testing::WithParamInterface<NamingAfterRewind> {};
+
+TEST_P(UndoAfterNamingTest, UndoGoesBackToJustBeforeTheLatestRewind) {
+    const auto& row = GetParam();
+    capture("a.txt", "one", t0);
+    const std::string moment = jsonOf({"history", root})["sessions"][0]["moments"][0]["at"];
+    test::writeFile(root + "/a.txt", "two");
+    test::writeFile(root + "/b.txt", "added later");
+    ASSERT_EQ(vosklin({"rewind", root, moment, "--yes"}).exitStatus, 0);
+    if (row.twoRewinds) {
+        test::writeFile(root + "/a.txt", "three");
+        ASSERT_EQ(vosklin({"rewind", root, moment, "--yes"}).exitStatus, 0);
+    }
+    const auto marks = stack.catalog.marks(folder.id);  // newest first: the latest rewind's two marks lead
+    ASSERT_GE(marks.size(), 2u);
+    for (const auto& [kind, keepName] : row.marks) {
+        const auto& mark = marks[kind == MomentMark::Kind::rewind ? 0 : 1];
+        ASSERT_EQ(mark.kind, kind);
+        const std::string instant = formatInstant(mark.at);
+        ASSERT_EQ(vosklin({"name", root, instant, "Worth keeping"}).exitStatus, 0) << instant;
+        if (!keepName) {
+            ASSERT_EQ(vosklin({"unname", root, instant}).exitStatus, 0) << instant;
+        }
+    }
+
+    auto undone = vosklin({"undo-rewind", root, "--yes"});
+    ASSERT_EQ(undone.exitStatus, 0) << undone.err;
+    EXPECT_EQ(test::readFile(root + "/a.txt"), row.aAfterUndo);
+    EXPECT_EQ(fs::exists(root + "/b.txt"), row.bAfterUndo);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Cases, UndoAfterNamingTest,
+    ::testing::Values(
+        NamingAfterRewind{"BeforeRewindNamed", false, {{MomentMark::Kind::beforeRewind, true}}, "two", true},
+        NamingAfterRewind{"BeforeRewindNamedThenUnnamed", false, {{MomentMark::Kind::beforeRewind, false}}, "two",
+                          true},
+        NamingAfterRewind{"RewindNamed", false, {{MomentMark::Kind::rewind, true}}, "two", true},
+        NamingAfterRewind{"BothNamed", false,
+                          {{MomentMark::Kind::rewind, true}, {MomentMark::Kind::beforeRewind, true}}, "two", true},
+        // An older, unnamed before-rewind moment is not the one to go back to.
+        NamingAfterRewind{"SecondRewindsBeforeNamed", true, {{MomentMark::Kind::beforeRewind, true}}, "three",
+                          false}),
+    [](const auto& entry) { return std::string(entry.param.name); });
+
 }  // namespace
 }  // namespace vosklin

@@ -1,0 +1,189 @@
+// Reads of stored versions through the built binary (cat, diff, restore,
+// rewind) when the store no longer holds what the catalog says: a payload
+// whose bytes were changed, or a catalog row that leads out of the store.
+// Nothing of the bad bytes may reach the user or the folder.
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <filesystem>
+#include <functional>
+#include <map>
+#include <nlohmann/json.hpp>
+
+#include "bridge/FolderList.h"
+#include "catalog/Database.h"
+#include "support/CaptureStack.h"
+#include "support/CommandRunner.h"
+#include "support/TempDirectory.h"
+
+namespace vosklin {
+namespace {
+
+namespace fs = std::filesystem;
+using test::TempDirectory;
+
+constexpr double t0 = 1'740'830'400;  // 2025-03-01T12:00:00Z
+
+class StoredReadFixture {
+protected:
+    StoredReadFixture() {
+        fs::create_directories(root);
+        struct stat st {};
+        ::stat(root.c_str(), &st);
+        folder = {"C0000000-0000-4000-8000-000000000001", root, CaptureMode::automatic, false, {}, st.st_dev,
+                  st.st_ino};
+        FolderList(home / "folders.json", stack.fileSystem).append(folder);
+        version = capture("notes.txt", "as it was\n", false);
+        test::writeFile(root + "/notes.txt", "as it is now\n");  // the live file has moved on
+    }
+
+    StoredVersion capture(const std::string& relative, const std::string& contents, bool isPackage) {
+        if (!isPackage) test::writeFile(root + "/" + relative, contents);
+        auto outcome = stack.service.capture(
+            {folder.id, root, root + "/" + relative, isPackage, CaptureSource::watcher, std::nullopt}, t0);
+        EXPECT_EQ(outcome.kind, CaptureOutcome::Kind::stored);
+        return outcome.version;
+    }
+    std::string payload(const StoredVersion& stored) const {
+        return stack.layout.payloadPath(stored.slot, stored.payloadName);
+    }
+    test::CommandResult vosklin(std::vector<std::string> arguments) { return test::runInHome(home.path(), arguments); }
+    std::vector<std::string> scratchItems() const {
+        std::vector<std::string> found;
+        for (const auto& entry : fs::recursive_directory_iterator(root))
+            if (entry.path().filename().string().starts_with(".vosklin-restore-")) found.push_back(entry.path());
+        return found;
+    }
+
+    TempDirectory home;
+    TempDirectory place;
+    const std::string root = place / "Docs";
+    test::CaptureStack stack{home / "store"};
+    WatchedFolder folder;
+    StoredVersion version;
+};
+
+// --- A payload changed in the store -------------------------------------------
+
+struct DamagedRead {
+    const char* name;
+    // Placeholders: ID the version, LIVE the live file, OUT a new path, ROOT the folder, MOMENT the version's moment.
+    std::vector<std::string> arguments;
+    bool onePathOfMany;  // a rewind goes on past a path it cannot write, and says so per path
+};
+
+void PrintTo(const DamagedRead& row, std::ostream* out) { *out << row.name; }
+
+class DamagedPayloadTest : public StoredReadFixture, public ::testing::TestWithParam<DamagedRead> {};
+
+TEST_P(DamagedPayloadTest, IsAnErrorNamingTheVersionAndWritesNothing) {
+    const auto& row = GetParam();
+    const std::string moment = test::jsonInHome(home.path(), {"history", root})["sessions"][0]["moments"][0]["at"];
+    test::writeFile(payload(version), "tampered\n");
+    const std::string out = place / "out.txt";
+    const std::map<std::string, std::string> values = {
+        {"ID", std::to_string(version.id)}, {"LIVE", root + "/notes.txt"}, {"OUT", out}, {"ROOT", root},
+        {"MOMENT", moment}};
+    std::vector<std::string> arguments;
+    for (const auto& argument : row.arguments)
+        arguments.push_back(values.count(argument) ? values.at(argument) : argument);
+
+    auto result = vosklin(arguments);
+    EXPECT_EQ(result.exitStatus, 1) << result.out;
+    EXPECT_NE(result.err.find("The stored copy of version " + std::to_string(version.id) +
+                              " is damaged: its content no longer matches its digest"),
+              std::string::npos)
+        << result.err;
+    if (!row.onePathOfMany) {
+        EXPECT_EQ(result.err.find('\n'), result.err.size() - 1) << "one line: " << result.err;
+    }
+    EXPECT_EQ(result.out.find("tampered"), std::string::npos) << result.out;
+    EXPECT_FALSE(fs::exists(out));
+    EXPECT_EQ(test::readFile(root + "/notes.txt"), "as it is now\n") << "nothing swapped in";
+    EXPECT_FALSE(fs::exists(root + "/notes (restored).txt"));
+    EXPECT_TRUE(scratchItems().empty());
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Reads, DamagedPayloadTest,
+    ::testing::Values(DamagedRead{"CatToStandardOutput", {"cat", "ID"}, false},
+                      DamagedRead{"CatToAFile", {"cat", "ID", "-o", "OUT"}, false},
+                      DamagedRead{"DiffAgainstTheLiveFile", {"diff", "ID", "LIVE"}, false},
+                      DamagedRead{"RestoreBeside", {"restore", "ID"}, false},
+                      DamagedRead{"RestoreInPlace", {"restore", "ID", "--in-place"}, false},
+                      DamagedRead{"Rewind", {"rewind", "ROOT", "MOMENT", "--yes"}, true}),
+    [](const auto& entry) { return std::string(entry.param.name); });
+
+class StoredPackageTest : public StoredReadFixture, public ::testing::Test {};
+
+TEST_F(StoredPackageTest, IsCheckedByItsPackageDigest) {
+    place.write("Docs/Book.pages/Index/Document.iwa", "document body");
+    place.write("Docs/Book.pages/Data/image.jpg", "jpeg");
+    const auto book = capture("Book.pages", "", true);
+    const std::string out = place / "Book-copy.pages";
+    test::writeFile(payload(book) + "/Data/image.jpg", "jpeg, changed in the store");
+    auto damaged = vosklin({"cat", std::to_string(book.id), "-o", out});
+    EXPECT_EQ(damaged.exitStatus, 1);
+    EXPECT_NE(damaged.err.find("version " + std::to_string(book.id) + " is damaged"), std::string::npos)
+        << damaged.err;
+    EXPECT_FALSE(fs::exists(out)) << "no half-checked copy is left";
+}
+
+// --- A catalog row that leads out of the store ----------------------------------
+
+struct OutsideRow {
+    const char* name;
+    // Makes the version's slot or name lead out of the store, to a copy of the right
+    // bytes: what is refused is the way there, not the content.
+    std::function<void(Database& catalog, const StoredVersion& version, const std::string& store,
+                       const std::string& outside)>
+        redirect;
+};
+
+void PrintTo(const OutsideRow& row, std::ostream* out) { *out << row.name; }
+
+class PayloadOutsideStoreTest : public StoredReadFixture, public ::testing::TestWithParam<OutsideRow> {};
+
+TEST_P(PayloadOutsideStoreTest, IsRefusedByCatAndDiff) {
+    const std::string outside = place / "outside";
+    place.write("outside/notes.txt", "as it was\n");
+    {
+        Database catalog(stack.layout.databasePath());
+        GetParam().redirect(catalog, version, home / "store", outside);
+    }
+    for (const std::vector<std::string>& arguments :
+         {std::vector<std::string>{"cat", std::to_string(version.id)},
+          std::vector<std::string>{"diff", std::to_string(version.id), root + "/notes.txt"}}) {
+        auto result = vosklin(arguments);
+        EXPECT_EQ(result.exitStatus, 1) << arguments[0] << ": " << result.out;
+        EXPECT_NE(result.err.find("outside the store"), std::string::npos) << arguments[0] << ": " << result.err;
+        EXPECT_EQ(result.out.find("as it was"), std::string::npos) << arguments[0] << ": " << result.out;
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Rows, PayloadOutsideStoreTest,
+    ::testing::Values(
+        OutsideRow{"SlotClimbingOut",
+                   [](Database& catalog, const StoredVersion& version, const std::string& store,
+                      const std::string& outside) {
+                       // From the store root up to the place that holds both.
+                       const std::string slot =
+                           "versions/../../" + fs::relative(outside, fs::path(store).parent_path()).string();
+                       catalog.run("UPDATE versions SET slot = ? WHERE id = ?", {slot, version.id});
+                   }},
+        OutsideRow{"AbsolutePayloadName",
+                   [](Database& catalog, const StoredVersion& version, const std::string&, const std::string& outside) {
+                       catalog.run("UPDATE versions SET payload_name = ? WHERE id = ?",
+                                   {outside + "/notes.txt", version.id});
+                   }},
+        OutsideRow{"SlotReplacedByALink",
+                   [](Database&, const StoredVersion& version, const std::string& store, const std::string& outside) {
+                       const std::string slot = store + "/" + version.slot;
+                       fs::remove_all(slot);
+                       fs::create_directory_symlink(outside, slot);
+                   }}),
+    [](const auto& entry) { return std::string(entry.param.name); });
+
+}  // namespace
+}  // namespace vosklin

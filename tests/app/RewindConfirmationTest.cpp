@@ -1,0 +1,107 @@
+// A rewind asks on a terminal, and the running daemon writes: what it writes
+// must be the plan the user confirmed. Each case changes the folder while the
+// question is on screen, then answers yes.
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <functional>
+#include <map>
+#include <nlohmann/json.hpp>
+
+#include "support/CommandRunner.h"
+#include "support/DaemonProcess.h"
+#include "support/TempDirectory.h"
+#include "support/TerminalSession.h"
+
+namespace vosklin {
+namespace {
+
+namespace fs = std::filesystem;
+using test::TempDirectory;
+
+struct ChangeWhileAsked {
+    const char* name;
+    bool undo;                                        // undo-rewind (after a rewind) rather than rewind
+    std::function<void(const std::string& root)> change;
+    bool refused;
+    std::map<std::string, std::string> expected;     // path -> contents afterwards ("" = absent)
+};
+
+void PrintTo(const ChangeWhileAsked& row, std::ostream* out) { *out << row.name; }
+
+class RewindConfirmationTest : public ::testing::TestWithParam<ChangeWhileAsked> {
+protected:
+    void SetUp() override {
+        // A short merge window: a change settles in a tick or two instead of ten seconds.
+        test::writeFile(home / "settings.json", R"({"vosklin.mergeWindowSeconds": 0.2})");
+    }
+    test::CommandResult vosklin(std::vector<std::string> arguments) {
+        return test::runInHome(home.path(), arguments);
+    }
+    void settle() { ASSERT_EQ(vosklin({"settle", "--timeout", "30"}).exitStatus, 0); }
+
+    TempDirectory home;
+    TempDirectory watched;
+    const std::string root = fs::canonical(watched.path()).string();
+};
+
+TEST_P(RewindConfirmationTest, TheDaemonRunsOnlyThePlanThatWasConfirmed) {
+    const auto& row = GetParam();
+    watched.write("a.txt", "one");
+    watched.write("keep.txt", "kept");
+    test::DaemonProcess daemon(home.path(), {root});
+    ASSERT_TRUE(daemon.start());
+    settle();
+    const std::string moment = test::jsonInHome(home.path(), {"history", root})["sessions"][0]["moments"][0]["at"];
+    watched.write("a.txt", "two");
+    settle();
+    std::vector<std::string> command = {"--home", home.path(), "rewind", root, moment};
+    if (row.undo) {
+        ASSERT_EQ(vosklin({"rewind", root, moment, "--yes"}).exitStatus, 0);
+        settle();
+        command = {"--home", home.path(), "undo-rewind", root};
+    }
+
+    test::TerminalSession session(command);
+    ASSERT_TRUE(session.readUntil("[y/N]")) << session.output() << session.errorOutput();
+    row.change(root);
+    settle();
+    session.type("y\n");
+    const int status = session.finish();
+
+    if (row.refused) {
+        EXPECT_EQ(status, 1) << session.output();
+        EXPECT_NE(session.errorOutput().find("changed since the plan was shown"), std::string::npos)
+            << session.errorOutput();
+    } else {
+        EXPECT_EQ(status, 0) << session.errorOutput();
+    }
+    for (const auto& [path, contents] : row.expected) {
+        if (contents.empty()) {
+            EXPECT_FALSE(fs::exists(root + "/" + path)) << path;
+        } else if (fs::exists(root + "/" + path)) {
+            EXPECT_EQ(test::readFile(root + "/" + path), contents) << path;
+        } else {
+            ADD_FAILURE() << path << " is gone";
+        }
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Cases, RewindConfirmationTest,
+    ::testing::Values(
+        ChangeWhileAsked{"FileAddedWouldBeRemovedUnseen", false,
+                         [](const std::string& root) { test::writeFile(root + "/b.txt", "new"); }, true,
+                         {{"a.txt", "two"}, {"b.txt", "new"}}},
+        ChangeWhileAsked{"FileDeletedTurnsARevertIntoARestore", false,
+                         [](const std::string& root) { fs::remove(root + "/a.txt"); }, true, {{"a.txt", ""}}},
+        ChangeWhileAsked{"EditThatLeavesThePlanAsItWasGoesAhead", false,
+                         [](const std::string& root) { test::writeFile(root + "/a.txt", "three"); }, false,
+                         {{"a.txt", "one"}, {"keep.txt", "kept"}}},
+        ChangeWhileAsked{"UndoRefusedToo", true,
+                         [](const std::string& root) { test::writeFile(root + "/c.txt", "made after"); }, true,
+                         {{"a.txt", "one"}, {"c.txt", "made after"}}}),
+    [](const auto& entry) { return std::string(entry.param.name); });
+
+}  // namespace
+}  // namespace vosklin
