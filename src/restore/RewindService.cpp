@@ -22,6 +22,7 @@ std::string RewindError::textKey() const {
         case Kind::payloadMissing: return "rewind.error.payloadGone";
         case Kind::nothingToDo: return "rewind.error.nothingToDo";
         case Kind::folderUnreadable: return "rewind.error.folderUnreadable";
+        case Kind::captureFailed: return "rewind.error.captureFailed";
     }
     return "rewind.error.blocked";
 }

@@ -166,6 +166,35 @@ TEST_F(RestoreServiceTest, RecoveryEndsAnInterruptedRestore) {
     EXPECT_TRUE(f.service.recoverInterrupted().empty()) << "nothing left for the next start";
 }
 
+// A restore in place that fails at any of its writes leaves the file whole
+// (old or new) and no scratch item beside it.
+TEST(RestoreFailureTest, AFailedRestoreInPlaceLeavesNoScratchItem) {
+    using Op = test::FaultyFileSystem::Operation;
+    struct Case {
+        const char* what;
+        Op operation;
+        std::string pathPart;
+    };
+    const std::vector<Case> cases = {
+        {"the copy", Op::clone, ".vosklin-restore-"},
+        {"the copy's sync", Op::syncFile, ".vosklin-restore-"},
+        {"the swap", Op::renameAt, "doc.txt"},
+        {"removing what was swapped out", Op::removeAt, ".vosklin-restore-"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.what);
+        TempDirectory directory;
+        RestoreFixture f(directory);
+        const auto old = f.capture("doc.txt", "old", t0);
+        test::writeFile(f.root + "/doc.txt", "new");
+        f.stack.fileSystem.fail(c.operation, EIO, 1, c.pathPart);
+        EXPECT_THROW(f.service.restore(old.id, RestoreMode::replaceInPlace), RestoreError);
+        const std::string contents = readFile(f.root + "/doc.txt");
+        EXPECT_TRUE(contents == "old" || contents == "new") << contents;
+        EXPECT_TRUE(f.scratchItems().empty());
+    }
+}
+
 // Kills a restore at each of its writes in turn (a child process, SIGKILL),
 // then runs the next start's recovery: the file must be wholly old or wholly
 // new, and no scratch item may remain.
