@@ -355,7 +355,11 @@ TEST(RewindScratchTest, RecoveryRemovesEveryScratchItemTheJournalNames) {
                            {"restoreDeleted", "c.txt", f.root + "/c.txt", f.root + "/.vosklin-restore-C"},
                            {"removeAdded", "d.txt", f.root + "/d.txt", std::nullopt}};
         journal.write(f.stack.fileSystem, f.stack.layout.journalDirectory());
-        if (finished) RewindManifest{1, "R1"}.write(f.stack.fileSystem, f.stack.layout.journalDirectory());
+        if (finished) {
+            RewindManifest manifest;
+            manifest.id = "R1";
+            manifest.write(f.stack.fileSystem, f.stack.layout.journalDirectory());
+        }
 
         auto found = f.rewinds.recoverInterrupted();
         EXPECT_TRUE(f.scratchItems().empty());
