@@ -167,19 +167,22 @@ TEST_F(RestoreServiceTest, RecoveryEndsAnInterruptedRestore) {
 }
 
 // A restore in place that fails at any of its writes leaves the file whole
-// (old or new) and no scratch item beside it.
+// (old or new) and no scratch item beside it; one it cannot remove either
+// (the removal fails again) is named by the journal and removed at the next start.
 TEST(RestoreFailureTest, AFailedRestoreInPlaceLeavesNoScratchItem) {
     using Op = test::FaultyFileSystem::Operation;
     struct Case {
         const char* what;
         Op operation;
         std::string pathPart;
+        int times = 1;
     };
     const std::vector<Case> cases = {
         {"the copy", Op::clone, ".vosklin-restore-"},
         {"the copy's sync", Op::syncFile, ".vosklin-restore-"},
         {"the swap", Op::renameAt, "doc.txt"},
         {"removing what was swapped out", Op::removeAt, ".vosklin-restore-"},
+        {"removing what was swapped out, twice", Op::removeAt, ".vosklin-restore-", 2},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.what);
@@ -187,11 +190,15 @@ TEST(RestoreFailureTest, AFailedRestoreInPlaceLeavesNoScratchItem) {
         RestoreFixture f(directory);
         const auto old = f.capture("doc.txt", "old", t0);
         test::writeFile(f.root + "/doc.txt", "new");
-        f.stack.fileSystem.fail(c.operation, EIO, 1, c.pathPart);
+        f.stack.fileSystem.fail(c.operation, EIO, c.times, c.pathPart);
         EXPECT_THROW(f.service.restore(old.id, RestoreMode::replaceInPlace), RestoreError);
         const std::string contents = readFile(f.root + "/doc.txt");
         EXPECT_TRUE(contents == "old" || contents == "new") << contents;
-        EXPECT_TRUE(f.scratchItems().empty());
+        if (c.times == 1) {
+            EXPECT_TRUE(f.scratchItems().empty());
+        }
+        f.service.recoverInterrupted();
+        EXPECT_TRUE(f.scratchItems().empty()) << "after the next start's recovery";
     }
 }
 
