@@ -293,8 +293,10 @@ bool RewindService::removeScratch(const WatchedFolder& folder, const std::vector
     bool removedAll = true;
     for (const auto& item : resolved) {
         if (item.scratchName.empty()) continue;
+        const std::string relative = scratchRelative(item.step->relativePath, item.scratchName);
         try {
-            placement.remove(folder.path, scratchRelative(item.step->relativePath, item.scratchName), false);
+            if (!c_.fileSystem.linkStatus(joinPath(folder.path, relative))) continue;  // never made, or gone
+            placement.remove(folder.path, relative, false);
         } catch (const std::exception& error) {
             c_.logger.error("A rewind could not remove its scratch item: " + std::string(error.what()));
             removedAll = false;
