@@ -174,14 +174,83 @@ RewindReport RewindService::rewind(const WatchedFolder& folder, const RewindPlan
                                                                   parentPath(item.destination), item.scratchName))});
     journal.write(c_.fileSystem, c_.layout.journalDirectory());
 
+    // A failed write's scratch item is removed at the end, or on the way out if anything
+    // throws (the journal, left behind then, names them all for recovery).
+    struct ScratchSweep {
+        RewindService& service;
+        const WatchedFolder& folder;
+        const std::vector<ResolvedStep>& items;
+        bool done = false;
+        ~ScratchSweep() {
+            try {
+                if (!done) service.removeScratch(folder, items);
+            } catch (...) {
+                // Already on the way out with another error; recovery has the journal.
+            }
+        }
+    } sweep{*this, folder, resolved, false};
+
+    std::vector<std::string> destinations;
+    for (const auto& item : resolved) destinations.push_back(item.destination);
+    if (beforeWrite) beforeWrite(destinations);
+    SafePlacement placement(c_.fileSystem, c_.cloner);
     std::vector<CaptureRequest> written;
     std::vector<std::string> removed;
-    try {
-        writeSteps(folder, resolved, report, written, removed);
-    } catch (...) {
-        removeScratch(folder, resolved);  // the journal stays: recovery finishes what this could not
-        throw;
+    const std::string afterBatch = makeUuid();
+    auto failed = [&](const RewindPlan::Step& step, const std::exception& error) {
+        failPath(report, step, error.what());
+    };
+    // Still something that can be kept, just before it is replaced or removed?
+    auto stillKeepable = [&](const ResolvedStep& item) {
+        auto standing = c_.fileSystem.linkStatus(item.destination);
+        if (!standing || canBeKept(*standing, *item.step)) return true;
+        failPath(report, *item.step, inTheWay(item.destination, *standing));
+        return false;
+    };
+    // Every copy first, then one sync, then every swap: each file is wholly old or wholly new
+    // throughout, for two syncs of the file system instead of a few per file.
+    std::vector<const ResolvedStep*> staged;
+    for (const auto& item : resolved) {
+        if (item.step->action == Action::removeAdded) continue;
+        try {
+            placement.stage(folder.path, item.step->relativePath, item.payload, item.scratchName);
+            staged.push_back(&item);
+        } catch (const std::exception& error) {
+            failed(*item.step, error);
+        }
     }
+    try {
+        if (!staged.empty()) c_.fileSystem.syncFileSystem(folder.path);
+    } catch (const std::exception& error) {
+        // Not durable, so not swapped in: the folder stays as it is, the copies go with the sweep.
+        for (const ResolvedStep* item : staged) failed(*item->step, error);
+        staged.clear();
+    }
+    for (const auto& item : resolved) {
+        const auto& step = *item.step;
+        try {
+            if (step.action == Action::removeAdded) {
+                if (!stillKeepable(item)) continue;
+                placement.remove(folder.path, step.relativePath, false);
+                removed.push_back(step.relativePath);
+                ++report.removedCount;
+            } else if (std::find(staged.begin(), staged.end(), &item) != staged.end()) {
+                if (!stillKeepable(item)) continue;
+                placement.commit(folder.path, step.relativePath, item.scratchName);
+                written.push_back({folder.id, folder.path, item.destination, step.isPackage, CaptureSource::rewound,
+                                   afterBatch});
+                ++(step.action == Action::revert ? report.revertedCount : report.restoredCount);
+            }
+        } catch (const std::exception& error) {
+            failed(step, error);
+        }
+    }
+    try {
+        c_.fileSystem.syncFileSystem(folder.path);
+    } catch (const std::exception& error) {
+        c_.logger.error("Rewind could not write one path: " + std::string(error.what()));
+    }
+    sweep.done = true;
     const bool scratchRemoved = removeScratch(folder, resolved);
 
     // What was written goes on the timeline as the rewind's own moment.
@@ -219,68 +288,6 @@ RewindReport RewindService::rewind(const WatchedFolder& folder, const RewindPlan
     // A scratch item still in the folder stays named by the journal, for recovery to remove.
     if (scratchRemoved) c_.fileSystem.removeFile(joinPath(c_.layout.journalDirectory(), journal.fileName()));
     return report;
-}
-
-void RewindService::writeSteps(const WatchedFolder& folder, const std::vector<ResolvedStep>& resolved,
-                               RewindReport& report, std::vector<CaptureRequest>& written,
-                               std::vector<std::string>& removed) {
-    using Action = RewindPlan::Step::Action;
-    std::vector<std::string> destinations;
-    for (const auto& item : resolved) destinations.push_back(item.destination);
-    if (beforeWrite) beforeWrite(destinations);
-    SafePlacement placement(c_.fileSystem, c_.cloner);
-    const std::string afterBatch = makeUuid();
-    auto failed = [&](const RewindPlan::Step& step, const std::string& why) { failPath(report, step, why); };
-    // Still something that can be kept, just before it is replaced or removed?
-    auto stillKeepable = [&](const ResolvedStep& item) {
-        auto standing = c_.fileSystem.linkStatus(item.destination);
-        if (!standing || canBeKept(*standing, *item.step)) return true;
-        failed(*item.step, inTheWay(item.destination, *standing));
-        return false;
-    };
-    // Every copy first, then one sync, then every swap: each file is wholly old or wholly new
-    // throughout, for two syncs of the file system instead of a few per file.
-    std::vector<const ResolvedStep*> staged;
-    for (const auto& item : resolved) {
-        if (item.step->action == Action::removeAdded) continue;
-        try {
-            placement.stage(folder.path, item.step->relativePath, item.payload, item.scratchName);
-            staged.push_back(&item);
-        } catch (const std::exception& error) {
-            failed(*item.step, error.what());
-        }
-    }
-    try {
-        if (!staged.empty()) c_.fileSystem.syncFileSystem(folder.path);
-    } catch (const std::exception& error) {
-        // Not durable, so not swapped in: the folder stays as it is, the copies are removed after.
-        for (const ResolvedStep* item : staged) failed(*item->step, error.what());
-        staged.clear();
-    }
-    for (const auto& item : resolved) {
-        const auto& step = *item.step;
-        try {
-            if (step.action == Action::removeAdded) {
-                if (!stillKeepable(item)) continue;
-                placement.remove(folder.path, step.relativePath, false);
-                removed.push_back(step.relativePath);
-                ++report.removedCount;
-            } else if (std::find(staged.begin(), staged.end(), &item) != staged.end()) {
-                if (!stillKeepable(item)) continue;
-                placement.commit(folder.path, step.relativePath, item.scratchName);
-                written.push_back({folder.id, folder.path, item.destination, step.isPackage, CaptureSource::rewound,
-                                   afterBatch});
-                ++(step.action == Action::revert ? report.revertedCount : report.restoredCount);
-            }
-        } catch (const std::exception& error) {
-            failed(step, error.what());
-        }
-    }
-    try {
-        c_.fileSystem.syncFileSystem(folder.path);
-    } catch (const std::exception& error) {
-        c_.logger.error("Rewind could not write one path: " + std::string(error.what()));
-    }
 }
 
 void RewindService::failPath(RewindReport& report, const RewindPlan::Step& step, const std::string& why) {

@@ -83,10 +83,6 @@ private:
         std::string payload;
         std::string scratchName;  // empty for a removal
     };
-    // Stages every copy, syncs, then swaps or removes each path; a path that fails is
-    // logged and added to the report's failed paths, and the others go on.
-    void writeSteps(const WatchedFolder& folder, const std::vector<ResolvedStep>& resolved, RewindReport& report,
-                    std::vector<CaptureRequest>& written, std::vector<std::string>& removed);
     void failPath(RewindReport& report, const RewindPlan::Step& step, const std::string& why);
     // Removes the scratch items still in the folder; false when one could not be removed.
     bool removeScratch(const WatchedFolder& folder, const std::vector<ResolvedStep>& resolved);
