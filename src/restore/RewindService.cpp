@@ -143,9 +143,7 @@ RewindReport RewindService::rewind(const WatchedFolder& folder, const RewindPlan
         const std::string why = result.error ? describe(result.error)
                                              : "skipped as " + std::string(toString(result.outcome->skipReason));
         c_.logger.error("Capture failed: " + why);
-        throw RewindError(RewindError::Kind::captureFailed, "Nothing was changed: " +
-                                                                displayableUtf8(result.request.unit) +
-                                                                " could not be kept first (" + why + ")");
+        throw RewindError(RewindError::Kind::captureFailed, displayableUtf8(result.request.unit) + ": " + why);
     }
     for (const auto& [step, why] : blocked) failPath(report, *step, why);
     // A file gone from the folder that the catalog still thinks present (deleted while nothing

@@ -5,9 +5,13 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <filesystem>
+#include <functional>
 #include <map>
 #include <set>
+#include <string>
+#include <vector>
 
 #include "platform/FileSystemError.h"
 #include "store/PayloadDigest.h"
