@@ -47,6 +47,7 @@ const std::map<std::string, Entry>& table() {
         {"rewind.error.folderUnreadable", {"The folder cannot be read."}},
         {"rewind.error.payloadGone", {"A stored copy this rewind needs is gone."}},
         {"rewind.error.blocked", {"Vosklin will not write there: a path leaves the watched folder."}},
+        {"rewind.error.captureFailed", {"Nothing was changed: what the rewind would replace could not be kept first."}},
         {"compare.text.notText", {"Not text: these versions cannot be compared line by line."}},
         {"compare.text.identical", {"The two versions are identical."}},
         {"compare.text.tooLarge", {"Too large to compare line by line; compared position by position."}},

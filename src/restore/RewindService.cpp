@@ -23,6 +23,7 @@ std::string RewindError::textKey() const {
         case Kind::payloadMissing: return "rewind.error.payloadGone";
         case Kind::nothingToDo: return "rewind.error.nothingToDo";
         case Kind::folderUnreadable: return "rewind.error.folderUnreadable";
+        case Kind::captureFailed: return "rewind.error.captureFailed";
     }
     return "rewind.error.blocked";
 }
@@ -61,24 +62,40 @@ RewindPlan RewindService::plan(const WatchedFolder& folder, double target) {
     return RewindPlan::make(states, live, target);
 }
 
+namespace {
+
+// Where a step's scratch item is, relative to the folder: beside its destination.
+std::string scratchRelative(const std::string& relativePath, const std::string& scratchName) {
+    const std::string parent = parentPath(relativePath);
+    return joinPath(parent == "." ? "" : parent, scratchName);
+}
+
+// Whether what stands at a step's path can be kept as a version before it is
+// replaced or removed: a file, or a folder where a package goes. A folder
+// where a file goes (with contents no version holds), a link or a special
+// file cannot, so that path is left alone.
+bool canBeKept(const FileStatus& standing, const RewindPlan::Step& step) {
+    return standing.isRegular() || (standing.isDirectory() && step.isPackage);
+}
+
+std::string inTheWay(const std::string& destination, const FileStatus& standing) {
+    const char* what = standing.isDirectory() ? "a folder" : standing.isSymlink() ? "a symbolic link" : "a special file";
+    return displayableUtf8(destination) + ": " + what + " stands there; it is left as it is";
+}
+
+}  // namespace
+
 RewindReport RewindService::rewind(const WatchedFolder& folder, const RewindPlan& plan) {
     std::lock_guard guard(lock_);
     using Action = RewindPlan::Step::Action;
     if (plan.steps.empty()) throw RewindError(RewindError::Kind::nothingToDo, "The folder is already as it was then");
 
     // Everything that can refuse, before anything is written.
-    struct Resolved {
-        const RewindPlan::Step* step;
-        std::string destination;
-        std::string payload;
-        std::string scratchName;
-        std::optional<StoredPayload> stored;  // what a write puts back, checked once staged
-    };
-    std::vector<Resolved> resolved;
+    std::vector<ResolvedStep> resolved;
     RestorePathPolicy policy(c_.fileSystem);
     const std::vector<std::string> granted = {folder.path};
     for (const auto& step : plan.steps) {
-        Resolved item{&step, joinPath(folder.path, step.relativePath), "", "", std::nullopt};
+        ResolvedStep item{&step, joinPath(folder.path, step.relativePath), "", "", std::nullopt};
         if (step.action == Action::removeAdded) {
             item.payload = joinPath(c_.layout.versionsDirectory(), "none");  // only the destination is at stake
         } else {
@@ -97,18 +114,40 @@ RewindReport RewindService::rewind(const WatchedFolder& folder, const RewindPlan
         resolved.push_back(std::move(item));
     }
 
-    // The folder as it is now goes on the timeline first: the rewind can be undone.
     RewindReport report;
     report.target = plan.target;
     report.beforeRewindAt = c_.clock.now();
+
+    // Whatever stands at a path the rewind writes goes on the timeline first, so the
+    // rewind can be undone; also where the plan saw nothing (a name excluded or transient
+    // since it was captured is not walked). What cannot be kept is not touched.
+    std::vector<ResolvedStep> writable;
+    std::vector<std::pair<const RewindPlan::Step*, std::string>> blocked;
     std::vector<CaptureRequest> before;
     const std::string beforeBatch = makeUuid();
-    for (const auto& item : resolved)
-        if (item.step->action != Action::restoreDeleted && c_.fileSystem.linkStatus(item.destination))
-            before.push_back({folder.id, folder.path, item.destination, item.step->isPackage, CaptureSource::preRewind,
-                              beforeBatch});
-    for (const auto& result : c_.capture.captureBatch(before, [&] { return report.beforeRewindAt; }))
-        if (result.error) c_.logger.error("Capture failed: " + describe(result.error));
+    for (auto& item : resolved) {
+        auto standing = c_.fileSystem.linkStatus(item.destination);
+        if (standing && !canBeKept(*standing, *item.step)) {
+            blocked.emplace_back(item.step, inTheWay(item.destination, *standing));
+            continue;
+        }
+        if (standing)
+            before.push_back({folder.id, folder.path, item.destination, standing->isDirectory(),
+                              CaptureSource::preRewind, beforeBatch});
+        writable.push_back(std::move(item));
+    }
+    resolved = std::move(writable);
+    for (const auto& result : c_.capture.captureBatch(before, [&] { return report.beforeRewindAt; })) {
+        const bool gone = result.outcome && result.outcome->kind == CaptureOutcome::Kind::skipped &&
+                          result.outcome->skipReason == CaptureSkipReason::missing;
+        if (gone || (result.outcome && result.outcome->kind != CaptureOutcome::Kind::skipped)) continue;
+        // Not kept, so not to be overwritten: nothing is written at all.
+        const std::string why = result.error ? describe(result.error)
+                                             : "skipped as " + std::string(toString(result.outcome->skipReason));
+        c_.logger.error("Capture failed: " + why);
+        throw RewindError(RewindError::Kind::captureFailed, displayableUtf8(result.request.unit) + ": " + why);
+    }
+    for (const auto& [step, why] : blocked) failPath(report, *step, why);
     // A file gone from the folder that the catalog still thinks present (deleted while nothing
     // recorded) is gone at this instant too: undoing the rewind must leave it gone.
     std::vector<std::int64_t> goneBefore;
@@ -135,6 +174,22 @@ RewindReport RewindService::rewind(const WatchedFolder& folder, const RewindPlan
                                                                   parentPath(item.destination), item.scratchName))});
     journal.write(c_.fileSystem, c_.layout.journalDirectory());
 
+    // A failed write's scratch item is removed at the end, or on the way out if anything
+    // throws (the journal, left behind then, names them all for recovery).
+    struct ScratchSweep {
+        RewindService& service;
+        const WatchedFolder& folder;
+        const std::vector<ResolvedStep>& items;
+        bool done = false;
+        ~ScratchSweep() {
+            try {
+                if (!done) service.removeScratch(folder, items);
+            } catch (...) {
+                // Already on the way out with another error; recovery has the journal.
+            }
+        }
+    } sweep{*this, folder, resolved, false};
+
     std::vector<std::string> destinations;
     for (const auto& item : resolved) destinations.push_back(item.destination);
     if (beforeWrite) beforeWrite(destinations);
@@ -143,12 +198,18 @@ RewindReport RewindService::rewind(const WatchedFolder& folder, const RewindPlan
     std::vector<std::string> removed;
     const std::string afterBatch = makeUuid();
     auto failed = [&](const RewindPlan::Step& step, const std::exception& error) {
-        c_.logger.error("Rewind could not write one path: " + std::string(error.what()));
-        report.failedPaths.push_back(step.relativePath);
+        failPath(report, step, error.what());
+    };
+    // Still something that can be kept, just before it is replaced or removed?
+    auto stillKeepable = [&](const ResolvedStep& item) {
+        auto standing = c_.fileSystem.linkStatus(item.destination);
+        if (!standing || canBeKept(*standing, *item.step)) return true;
+        failPath(report, *item.step, inTheWay(item.destination, *standing));
+        return false;
     };
     // Every copy first, then one sync, then every swap: each file is wholly old or wholly new
     // throughout, for two syncs of the file system instead of a few per file.
-    std::vector<const Resolved*> staged;
+    std::vector<const ResolvedStep*> staged;
     for (const auto& item : resolved) {
         if (item.step->action == Action::removeAdded) continue;
         try {
@@ -162,24 +223,20 @@ RewindReport RewindService::rewind(const WatchedFolder& folder, const RewindPlan
     try {
         if (!staged.empty()) c_.fileSystem.syncFileSystem(folder.path);
     } catch (const std::exception& error) {
-        // Not durable, so not swapped in: the copies go, the folder stays as it is.
-        for (const Resolved* item : staged) {
-            failed(*item->step, error);
-            try {
-                placement.remove(folder.path, joinPath(parentPath(item->step->relativePath) == "." ? "" : parentPath(item->step->relativePath), item->scratchName), false);
-            } catch (const std::exception&) {
-            }
-        }
+        // Not durable, so not swapped in: the folder stays as it is, the copies go with the sweep.
+        for (const ResolvedStep* item : staged) failed(*item->step, error);
         staged.clear();
     }
     for (const auto& item : resolved) {
         const auto& step = *item.step;
         try {
             if (step.action == Action::removeAdded) {
+                if (!stillKeepable(item)) continue;
                 placement.remove(folder.path, step.relativePath, false);
                 removed.push_back(step.relativePath);
                 ++report.removedCount;
             } else if (std::find(staged.begin(), staged.end(), &item) != staged.end()) {
+                if (!stillKeepable(item)) continue;
                 placement.commit(folder.path, step.relativePath, item.scratchName);
                 written.push_back({folder.id, folder.path, item.destination, step.isPackage, CaptureSource::rewound,
                                    afterBatch});
@@ -194,6 +251,8 @@ RewindReport RewindService::rewind(const WatchedFolder& folder, const RewindPlan
     } catch (const std::exception& error) {
         c_.logger.error("Rewind could not write one path: " + std::string(error.what()));
     }
+    sweep.done = true;
+    const bool scratchRemoved = removeScratch(folder, resolved);
 
     // What was written goes on the timeline as the rewind's own moment.
     const double rewoundAt = std::max(c_.clock.now(), report.beforeRewindAt + 0.001);
@@ -227,7 +286,8 @@ RewindReport RewindService::rewind(const WatchedFolder& folder, const RewindPlan
                             plan.target,                  report.beforeRewindAt, report.revertedCount, report.restoredCount,
                             report.removedCount};
     manifest.write(c_.fileSystem, c_.layout.journalDirectory());
-    c_.fileSystem.removeFile(joinPath(c_.layout.journalDirectory(), journal.fileName()));
+    // A scratch item still in the folder stays named by the journal, for recovery to remove.
+    if (scratchRemoved) c_.fileSystem.removeFile(joinPath(c_.layout.journalDirectory(), journal.fileName()));
     return report;
 }
 
@@ -250,6 +310,28 @@ std::optional<double> RewindService::undoTarget(const std::vector<MomentMark>& m
     return std::nullopt;
 }
 
+void RewindService::failPath(RewindReport& report, const RewindPlan::Step& step, const std::string& why) {
+    c_.logger.error("Rewind could not write one path: " + why);
+    report.failedPaths.push_back(step.relativePath);
+}
+
+bool RewindService::removeScratch(const WatchedFolder& folder, const std::vector<ResolvedStep>& resolved) {
+    SafePlacement placement(c_.fileSystem, c_.cloner);
+    bool removedAll = true;
+    for (const auto& item : resolved) {
+        if (item.scratchName.empty()) continue;
+        const std::string relative = scratchRelative(item.step->relativePath, item.scratchName);
+        try {
+            if (!c_.fileSystem.linkStatus(joinPath(folder.path, relative))) continue;  // never made, or gone
+            placement.remove(folder.path, relative, false);
+        } catch (const std::exception& error) {
+            c_.logger.error("A rewind could not remove its scratch item: " + std::string(error.what()));
+            removedAll = false;
+        }
+    }
+    return removedAll;
+}
+
 std::vector<RewindJournal::Interrupted> RewindService::recoverInterrupted() {
     std::lock_guard guard(lock_);
     std::vector<RewindJournal::Interrupted> found;
@@ -258,21 +340,29 @@ std::vector<RewindJournal::Interrupted> RewindService::recoverInterrupted() {
         RewindJournal::Interrupted interrupted;
         interrupted.journal = std::move(decoded);
         const auto& journal = interrupted.journal;
-        if (c_.fileSystem.linkStatus(joinPath(directory, "rewound-" + journal.id + ".json"))) {
-            c_.fileSystem.removeFile(path);  // it had finished; only the journal was left
-            continue;
-        }
+        // Every scratch item the journal names goes, made or not, and also when the rewind
+        // finished: one it could not remove is left named here.
+        bool scratchRemoved = true;
         for (const auto& item : journal.entries) {
-            if (item.scratchPath && lastComponent(*item.scratchPath).starts_with(SafePlacement::scratchPrefix) &&
-                c_.fileSystem.linkStatus(*item.scratchPath)) {
+            if (!item.scratchPath || !lastComponent(*item.scratchPath).starts_with(SafePlacement::scratchPrefix))
+                continue;
+            try {
+                if (!c_.fileSystem.linkStatus(*item.scratchPath)) continue;
                 removeAll(c_.fileSystem, *item.scratchPath);
                 ++interrupted.sweptScratch;
+            } catch (const FileSystemError& error) {
+                c_.logger.error("A rewind's scratch item could not be removed: " + std::string(error.what()));
+                scratchRemoved = false;
             }
-            const bool present = c_.fileSystem.linkStatus(item.destinationPath).has_value();
-            if (item.action == "removeAdded" ? !present : present) ++interrupted.completedEntries;
         }
-        c_.fileSystem.removeFile(path);
-        found.push_back(interrupted);
+        const bool finished = c_.fileSystem.linkStatus(joinPath(directory, "rewound-" + journal.id + ".json")).has_value();
+        if (!finished)
+            for (const auto& item : journal.entries) {
+                const bool present = c_.fileSystem.linkStatus(item.destinationPath).has_value();
+                if (item.action == "removeAdded" ? !present : present) ++interrupted.completedEntries;
+            }
+        if (scratchRemoved) c_.fileSystem.removeFile(path);
+        if (!finished) found.push_back(interrupted);
     }
     return found;
 }

@@ -166,6 +166,42 @@ TEST_F(RestoreServiceTest, RecoveryEndsAnInterruptedRestore) {
     EXPECT_TRUE(f.service.recoverInterrupted().empty()) << "nothing left for the next start";
 }
 
+// A restore in place that fails at any of its writes leaves the file whole
+// (old or new) and no scratch item beside it; one it cannot remove either
+// (the removal fails again) is named by the journal and removed at the next start.
+TEST(RestoreFailureTest, AFailedRestoreInPlaceLeavesNoScratchItem) {
+    using Op = test::FaultyFileSystem::Operation;
+    struct Case {
+        const char* what;
+        Op operation;
+        std::string pathPart;
+        int times = 1;
+    };
+    const std::vector<Case> cases = {
+        {"the copy", Op::clone, ".vosklin-restore-"},
+        {"the copy's sync", Op::syncFile, ".vosklin-restore-"},
+        {"the swap", Op::renameAt, "doc.txt"},
+        {"removing what was swapped out", Op::removeAt, ".vosklin-restore-"},
+        {"removing what was swapped out, twice", Op::removeAt, ".vosklin-restore-", 2},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.what);
+        TempDirectory directory;
+        RestoreFixture f(directory);
+        const auto old = f.capture("doc.txt", "old", t0);
+        test::writeFile(f.root + "/doc.txt", "new");
+        f.stack.fileSystem.fail(c.operation, EIO, c.times, c.pathPart);
+        EXPECT_THROW(f.service.restore(old.id, RestoreMode::replaceInPlace), RestoreError);
+        const std::string contents = readFile(f.root + "/doc.txt");
+        EXPECT_TRUE(contents == "old" || contents == "new") << contents;
+        if (c.times == 1) {
+            EXPECT_TRUE(f.scratchItems().empty());
+        }
+        f.service.recoverInterrupted();
+        EXPECT_TRUE(f.scratchItems().empty()) << "after the next start's recovery";
+    }
+}
+
 // Kills a restore at each of its writes in turn (a child process, SIGKILL),
 // then runs the next start's recovery: the file must be wholly old or wholly
 // new, and no scratch item may remain.

@@ -5,10 +5,15 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <filesystem>
+#include <functional>
 #include <map>
 #include <set>
+#include <string>
+#include <vector>
 
+#include "platform/FileSystemError.h"
 #include "store/PayloadDigest.h"
 #include "support/RestoreFixture.h"
 
@@ -153,6 +158,225 @@ TEST_F(RewindServiceTest, UndoRestoresTheExactFormerContentsAndEmptiedFoldersAre
     f.stack.clock.set(t0 + 2000);
     f.rewinds.rewind(f.folder, f.rewinds.plan(f.folder, report.beforeRewindAt));
     EXPECT_EQ(snapshotOf(f.root), before) << "every file back, byte for byte";
+}
+
+using Op = test::FaultyFileSystem::Operation;
+
+// What a path holds, for telling whether a rewind left it alone: a file's
+// contents, a link's target, or a folder's whole tree.
+std::string standing(const std::string& path) {
+    if (fs::is_symlink(path)) return "link to " + fs::read_symlink(path).string();
+    if (!fs::is_directory(path)) return fs::exists(path) ? "file " + readFile(path) : "nothing";
+    std::string tree = "folder";
+    std::set<std::string> items;
+    for (const auto& entry : fs::recursive_directory_iterator(path))
+        items.insert(fs::relative(entry.path(), path).string() +
+                     (entry.is_regular_file() ? "=" + readFile(entry.path()) : "/"));
+    for (const auto& item : items) tree += " " + item;
+    return tree;
+}
+
+// When what a rewind would overwrite or remove cannot be kept first (the
+// store is full, the file cannot be read), the rewind stops before writing.
+TEST(RewindProtectionTest, AFailedProtectingCaptureStopsTheRewindBeforeItsFirstWrite) {
+    struct Case {
+        const char* what;
+        Op operation;
+        int error;
+        std::string pathPart;  // "" for the store's versions directory
+    };
+    const std::vector<Case> cases = {
+        {"the store is full", Op::create, ENOSPC, ""},
+        {"a file added since cannot be read", Op::clone, EIO, "added.txt"},
+        {"a file edited since cannot be read", Op::clone, EIO, "edited.txt"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.what);
+        TempDirectory directory;
+        RestoreFixture f(directory);
+        f.capture("edited.txt", "as it was", t0);
+        test::writeFile(f.root + "/edited.txt", "edited since, never captured");
+        test::writeFile(f.root + "/added.txt", "added since, never captured");
+        f.stack.clock.set(t0 + 1000);
+        const auto plan = f.rewinds.plan(f.folder, t0);
+        ASSERT_EQ(plan.steps.size(), 2u);
+        const auto before = snapshotOf(f.root);
+        f.stack.fileSystem.fail(c.operation, c.error, 1,
+                                c.pathPart.empty() ? f.stack.layout.versionsDirectory() : c.pathPart);
+        try {
+            f.rewinds.rewind(f.folder, plan);
+            ADD_FAILURE() << "the rewind went on without keeping what it replaces";
+        } catch (const RewindError& error) {
+            EXPECT_EQ(error.kind(), RewindError::Kind::captureFailed);
+            EXPECT_EQ(error.textKey(), "rewind.error.captureFailed");
+        }
+        EXPECT_EQ(snapshotOf(f.root), before) << "nothing written";
+        EXPECT_TRUE(f.journalFiles("rewind").empty());
+        EXPECT_TRUE(f.stack.catalog.marks(f.folder.id).empty());
+    }
+}
+
+// Whatever stands where a rewind writes is kept first, even where the plan saw
+// nothing (a name excluded or transient since its capture). What cannot be
+// kept as a file (a folder of the same name, a link) fails that path alone and
+// is left exactly as it is; the other paths go on.
+TEST(RewindProtectionTest, WhatStandsInTheWayIsKeptOrLeftAlone) {
+    struct Case {
+        const char* what;
+        std::string path;
+        std::function<void(RestoreFixture&)> putInTheWay;  // after the capture at t0
+        bool kept;                                         // else: the path fails and is left as it is
+        std::function<void(RestoreFixture&)> afterPlanning = nullptr;
+    };
+    auto file = [](const std::string& relative) {
+        return [relative](RestoreFixture& f) { test::writeFile(f.root + "/" + relative, "written now"); };
+    };
+    auto folderWithHistory = [](const std::string& relative) {
+        return [relative](RestoreFixture& f) {
+            fs::remove(f.root + "/" + relative);
+            fs::create_directories(f.root + "/" + relative + "/.git/refs");
+            test::writeFile(f.root + "/" + relative + "/.git/HEAD", "ref: refs/heads/main");
+        };
+    };
+    const std::vector<Case> cases = {
+        {"a name excluded since", "debug.log", file("debug.log"), true},
+        {"a transient name", "draft.tmp", file("draft.tmp"), true},
+        {"a folder of the same name", "build", folderWithHistory("build"), false},
+        {"a symbolic link", "shortcut",
+         [](RestoreFixture& f) {
+             fs::remove(f.root + "/shortcut");
+             fs::create_symlink(f.root + "/../elsewhere", f.root + "/shortcut");
+         },
+         false},
+        {"a folder put where a file is to be removed", "late.txt",
+         [](RestoreFixture& f) { test::writeFile(f.root + "/late.txt", "never captured"); }, false,
+         folderWithHistory("late.txt")},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.what);
+        TempDirectory directory;
+        RestoreFixture f(directory);
+        RewindService rewinds{f.collaborators, ExcludeRules::standard({"*.log"}), PackageKinds()};
+        if (c.path != "late.txt") f.capture(c.path, "as it was", t0);
+        f.capture("other.txt", "other as it was", t0);
+        fs::remove(f.root + "/other.txt");
+        c.putInTheWay(f);
+        f.stack.clock.set(t0 + 1000);
+        const auto plan = rewinds.plan(f.folder, t0);
+        ASSERT_EQ(plan.steps.size(), 2u);
+        if (c.afterPlanning) c.afterPlanning(f);
+        const std::string there = standing(f.root + "/" + c.path);
+
+        auto report = rewinds.rewind(f.folder, plan);
+        EXPECT_EQ(readFile(f.root + "/other.txt"), "other as it was") << "the other paths go on";
+        EXPECT_TRUE(f.scratchItems().empty());
+        if (c.kept) {
+            EXPECT_TRUE(report.failedPaths.empty());
+            EXPECT_EQ(readFile(f.root + "/" + c.path), "as it was");
+            EXPECT_EQ(f.keptContents(c.path, CaptureSource::preRewind), std::vector<std::string>{"written now"});
+        } else {
+            EXPECT_EQ(report.failedPaths, std::vector<std::string>{c.path});
+            const auto messages = f.stack.logger.messages();
+            EXPECT_TRUE(std::any_of(messages.begin(), messages.end(), [](const std::string& message) {
+                return message.starts_with("Rewind could not write one path: ");
+            }));
+            EXPECT_EQ(standing(f.root + "/" + c.path), there) << "left exactly as it was";
+        }
+    }
+}
+
+// A write that fails part-way leaves no scratch item in the folder: the
+// rewind removes them, and one it cannot remove stays named in the journal
+// for the next start's recovery to remove.
+TEST(RewindScratchTest, NoScratchItemOutlivesAFailedWrite) {
+    struct Case {
+        const char* what;
+        Op operation;
+        int error;
+        std::string pathPart;
+        int times;  // -1: every time while the rewind runs
+    };
+    const std::vector<Case> cases = {
+        {"a swap fails", Op::renameAt, EIO, "b.txt", 1},
+        {"a copy into the folder fails", Op::clone, ENOSPC, ".vosklin-restore-", 1},
+        {"the sync before the swaps fails", Op::syncFileSystem, EIO, "/Docs", 1},
+        {"what was swapped out cannot be removed", Op::removeAt, EIO, ".vosklin-restore-", -1},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.what);
+        TempDirectory directory;
+        RestoreFixture f(directory);
+        for (const std::string name : {"a.txt", "b.txt"}) {
+            f.capture(name, "then " + name, t0);
+            test::writeFile(f.root + "/" + name, "now " + name);
+        }
+        fs::create_directories(f.root + "/sub");
+        f.capture("sub/c.txt", "then c", t0);
+        fs::remove(f.root + "/sub/c.txt");
+        f.stack.clock.set(t0 + 1000);
+        const auto plan = f.rewinds.plan(f.folder, t0);
+        ASSERT_EQ(plan.steps.size(), 3u);
+        int remaining = c.times;
+        bool rewinding = true;
+        f.stack.fileSystem.beforeMutation = [&](Op operation, const std::string& path) {
+            if (!rewinding || operation != c.operation || path.find(c.pathPart) == std::string::npos || !remaining)
+                return;
+            if (remaining > 0) --remaining;
+            throw FileSystemError(c.error, "injected", path);
+        };
+        auto report = f.rewinds.rewind(f.folder, plan);
+        EXPECT_FALSE(report.failedPaths.empty());
+        if (c.times > 0) {
+            EXPECT_TRUE(f.scratchItems().empty()) << (f.scratchItems().empty() ? "" : f.scratchItems()[0]);
+            EXPECT_TRUE(f.journalFiles("rewind-").empty());
+        }
+        rewinding = false;
+        f.rewinds.recoverInterrupted();
+        EXPECT_TRUE(f.scratchItems().empty()) << "after the next start's recovery";
+        EXPECT_TRUE(f.journalFiles("rewind-").empty());
+        for (const std::string name : {"a.txt", "b.txt"}) {
+            const std::string contents = readFile(f.root + "/" + name);
+            EXPECT_TRUE(contents == "then " + name || contents == "now " + name) << contents;
+        }
+    }
+}
+
+// Recovery removes every scratch item its journal names, made or not, file or
+// package, and also when the rewind had finished (its manifest written).
+TEST(RewindScratchTest, RecoveryRemovesEveryScratchItemTheJournalNames) {
+    for (const bool finished : {false, true}) {
+        SCOPED_TRACE(finished ? "finished" : "interrupted");
+        TempDirectory directory;
+        RestoreFixture f(directory);
+        fs::create_directories(f.root + "/sub");
+        test::writeFile(f.root + "/a.txt", "a");
+        test::writeFile(f.root + "/.vosklin-restore-A", "half a copy");
+        fs::create_directories(f.root + "/sub/.vosklin-restore-B/Contents");
+        test::writeFile(f.root + "/sub/.vosklin-restore-B/Contents/data", "a package's copy");
+        RewindJournal journal;
+        journal.id = "R1";
+        journal.folderID = f.folder.id;
+        journal.folderRoot = f.root;
+        journal.entries = {{"revert", "a.txt", f.root + "/a.txt", f.root + "/.vosklin-restore-A"},
+                           {"restoreDeleted", "sub/Pkg.app", f.root + "/sub/Pkg.app", f.root + "/sub/.vosklin-restore-B"},
+                           {"restoreDeleted", "c.txt", f.root + "/c.txt", f.root + "/.vosklin-restore-C"},
+                           {"removeAdded", "d.txt", f.root + "/d.txt", std::nullopt}};
+        journal.write(f.stack.fileSystem, f.stack.layout.journalDirectory());
+        if (finished) {
+            RewindManifest manifest;
+            manifest.id = "R1";
+            manifest.write(f.stack.fileSystem, f.stack.layout.journalDirectory());
+        }
+
+        auto found = f.rewinds.recoverInterrupted();
+        EXPECT_TRUE(f.scratchItems().empty());
+        EXPECT_TRUE(f.journalFiles("rewind-").empty());
+        ASSERT_EQ(found.size(), finished ? 0u : 1u);
+        if (!finished) {
+            EXPECT_EQ(found[0].sweptScratch, 2);
+            EXPECT_EQ(found[0].completedEntries, 2) << "a.txt in place, d.txt absent";
+        }
+    }
 }
 
 // A rewind bringing back five deleted files, killed at each of its writes in

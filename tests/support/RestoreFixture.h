@@ -45,6 +45,16 @@ struct RestoreFixture {
             if (entry.path().filename().string().starts_with(".vosklin-restore-")) found.push_back(entry.path());
         return found;
     }
+    // The stored contents of `relative`'s versions captured with `source`, newest first.
+    std::vector<std::string> keptContents(const std::string& relative, CaptureSource source) {
+        std::vector<std::string> found;
+        auto file = stack.catalog.fileAtPath(folder.id, relative);
+        if (!file) return found;
+        for (const auto& version : stack.catalog.versionsOfFile(file->id, 100))
+            if (version.source == source)
+                found.push_back(test::readFile(stack.layout.payloadPath(version.slot, version.payloadName)));
+        return found;
+    }
     std::vector<std::string> journalFiles(const std::string& prefix) const {
         std::vector<std::string> found;
         for (const auto& entry : std::filesystem::directory_iterator(stack.layout.journalDirectory()))
