@@ -106,9 +106,14 @@ std::string PosixFileSystem::resolvedPath(const std::string& path) {
 }
 
 UniqueFd PosixFileSystem::openForReading(const std::string& path) {
-    int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW);
+    // O_NONBLOCK only for the open itself: a named pipe without a writer (or a
+    // device) would otherwise hold the caller in open(2) indefinitely.
+    int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
     if (fd < 0) fail("open", path);
-    return UniqueFd(fd);
+    UniqueFd file(fd);
+    const int flags = ::fcntl(fd, F_GETFL);
+    if (flags < 0 || ::fcntl(fd, F_SETFL, flags & ~O_NONBLOCK) < 0) fail("fcntl", path);
+    return file;
 }
 
 UniqueFd PosixFileSystem::createExclusive(const std::string& path, mode_t mode) {
@@ -175,12 +180,16 @@ void PosixFileSystem::cloneFile(int source, int destination, const std::string& 
     if (::ioctl(destination, FICLONE, source) != 0) fail("clone", destinationPath);
 }
 
-std::uint64_t PosixFileSystem::copyContents(int source, int destination, const std::string& destinationPath) {
+std::uint64_t PosixFileSystem::copyContents(int source, int destination, const std::string& destinationPath,
+                                           std::stop_token stop) {
+    static constexpr std::size_t chunk = 1 << 20;
     std::uint64_t copied = 0;
     bool useCopyRange = true;
+    std::unique_ptr<char[]> buffer;
     for (;;) {
+        if (copied > 0 && stop.stop_requested()) throw FileSystemError(ECANCELED, "copy", destinationPath);
         if (useCopyRange) {
-            ssize_t count = ::copy_file_range(source, nullptr, destination, nullptr, 1 << 30, 0);
+            ssize_t count = ::copy_file_range(source, nullptr, destination, nullptr, chunk, 0);
             if (count > 0) {
                 copied += std::uint64_t(count);
                 continue;
@@ -194,14 +203,11 @@ std::uint64_t PosixFileSystem::copyContents(int source, int destination, const s
             }
             fail("copy", destinationPath);
         }
-        static constexpr std::size_t chunk = 1 << 20;
-        std::unique_ptr<char[]> buffer(new char[chunk]);
-        for (;;) {
-            std::size_t count = read(source, buffer.get(), chunk);
-            if (count == 0) return copied;
-            writeAll(destination, buffer.get(), count);
-            copied += count;
-        }
+        if (!buffer) buffer.reset(new char[chunk]);
+        std::size_t count = read(source, buffer.get(), chunk);
+        if (count == 0) return copied;
+        writeAll(destination, buffer.get(), count);
+        copied += count;
     }
 }
 

@@ -2,9 +2,11 @@
 
 #include <openssl/evp.h>
 
+#include <cerrno>
 #include <memory>
 #include <stdexcept>
 
+#include "platform/FileSystemError.h"
 #include "platform/PathNames.h"
 #include "store/PackageContents.h"
 
@@ -38,10 +40,12 @@ private:
     std::unique_ptr<EVP_MD_CTX, void (*)(EVP_MD_CTX*)> context_;
 };
 
-void feedFile(FileSystem& fileSystem, const std::string& path, Sha256& hash, char* buffer) {
-    UniqueFd file = fileSystem.openForReading(path);
-    for (;;) {
-        std::size_t count = fileSystem.read(file.get(), buffer, PayloadDigest::chunkSize);
+void feedFile(FileSystem& fileSystem, const std::string& path, Sha256& hash, char* buffer, std::stop_token stop) {
+    auto file = openRegularFile(fileSystem, path);
+    if (!file) throw FileSystemError(EINVAL, "open", path);
+    for (bool first = true;; first = false) {
+        if (!first && stop.stop_requested()) throw FileSystemError(ECANCELED, "read", path);
+        std::size_t count = fileSystem.read(file->fd.get(), buffer, PayloadDigest::chunkSize);
         if (count == 0) break;
         hash.update(buffer, count);
     }
@@ -51,19 +55,19 @@ void feedFile(FileSystem& fileSystem, const std::string& path, Sha256& hash, cha
 
 PayloadDigest::PayloadDigest(FileSystem& fileSystem) : fileSystem_(fileSystem) {}
 
-std::string PayloadDigest::fileDigest(const std::string& path) {
+std::string PayloadDigest::fileDigest(const std::string& path, std::stop_token stop) {
     std::unique_ptr<char[]> buffer(new char[chunkSize]);
     Sha256 hash;
-    feedFile(fileSystem_, path, hash, buffer.get());
+    feedFile(fileSystem_, path, hash, buffer.get(), stop);
     return hash.hex();
 }
 
-std::string PayloadDigest::packageDigest(const std::string& path) {
+std::string PayloadDigest::packageDigest(const std::string& path, std::stop_token stop) {
     std::unique_ptr<char[]> buffer(new char[chunkSize]);
     Sha256 hash;
     for (const auto& file : packageFiles(fileSystem_, path)) {
         hash.update(file.relativePath.data(), file.relativePath.size());
-        feedFile(fileSystem_, joinPath(path, file.relativePath), hash, buffer.get());
+        feedFile(fileSystem_, joinPath(path, file.relativePath), hash, buffer.get(), stop);
     }
     return hash.hex();
 }

@@ -97,9 +97,10 @@ void FaultyFileSystem::cloneFile(int source, int destination, const std::string&
     real_.cloneFile(source, destination, destinationPath);
 }
 
-std::uint64_t FaultyFileSystem::copyContents(int source, int destination, const std::string& destinationPath) {
+std::uint64_t FaultyFileSystem::copyContents(int source, int destination, const std::string& destinationPath,
+                                              std::stop_token stop) {
     check(Operation::copy, destinationPath, true);
-    return real_.copyContents(source, destination, destinationPath);
+    return real_.copyContents(source, destination, destinationPath, stop);
 }
 
 bool FaultyFileSystem::tryLockShared(int fd) {
