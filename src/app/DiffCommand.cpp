@@ -8,6 +8,7 @@
 #include "app/TerminalOutput.h"
 #include "compare/TextDiff.h"
 #include "platform/FileSystemError.h"
+#include "platform/RegularFile.h"
 #include "platform/PathJson.h"
 #include "platform/PathNames.h"
 #include "platform/StringTable.h"

@@ -41,7 +41,7 @@ namespace vosklin {
 // re-read when it changes; folder access is re-checked every 6 hours; folders
 // the watcher could not fully watch are crawled every 5 minutes. stop() stops
 // intake, asks captures in progress to stop between chunks (their partial
-// slots are removed; what fits in one chunk is still captured), captures what
+// slots are removed; a file smaller than a chunk is still captured), captures what
 // has settled on the same terms and writes a last checkpoint. Whatever a stop
 // left uncaptured is the next start-up crawl's.
 //

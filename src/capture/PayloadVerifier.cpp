@@ -5,6 +5,7 @@
 #include <set>
 
 #include "platform/FileSystemError.h"
+#include "platform/RegularFile.h"
 #include "platform/PathNames.h"
 
 namespace vosklin {

@@ -32,22 +32,6 @@ std::string resolveParentLinks(FileSystem& fileSystem, const std::string& path) 
     }
 }
 
-std::optional<OpenedFile> openRegularFile(FileSystem& fileSystem, const std::string& path,
-                                          const FileStatus* expected) {
-    UniqueFd fd;
-    try {
-        fd = fileSystem.openForReading(path);
-    } catch (const FileSystemError& error) {
-        // A link (ELOOP) or a socket (ENXIO) is not a regular file either.
-        if (error.errorNumber() == ELOOP || error.errorNumber() == ENXIO) return std::nullopt;
-        throw;
-    }
-    FileStatus status = fileSystem.status(fd.get());
-    if (!status.isRegular()) return std::nullopt;
-    if (expected && (status.device != expected->device || status.inode != expected->inode)) return std::nullopt;
-    return OpenedFile{std::move(fd), status};
-}
-
 std::string readWholeFile(FileSystem& fileSystem, const std::string& path) {
     UniqueFd file = fileSystem.openForReading(path);
     std::string text;

@@ -4,7 +4,6 @@
 
 #include <cstdint>
 #include <optional>
-#include <stop_token>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -41,8 +40,7 @@ public:
     virtual std::string resolvedPath(const std::string& path) = 0;
 
     // --- Descriptors --------------------------------------------------------
-    // O_RDONLY, never following a final link (ELOOP for a link), and never
-    // waiting in open(2) for a named pipe's writer or a device (ENXIO for a socket).
+    // O_RDONLY, never following a final link (ELOOP for a link).
     virtual UniqueFd openForReading(const std::string& path) = 0;
     // O_WRONLY | O_CREAT | O_EXCL: EEXIST when anything is there already.
     virtual UniqueFd createExclusive(const std::string& path, mode_t mode) = 0;
@@ -59,11 +57,8 @@ public:
     // (EOPNOTSUPP, EXDEV, EINVAL... when the file system cannot clone).
     virtual void cloneFile(int source, int destination, const std::string& destinationPath) = 0;
     // Copies the whole source into the destination (copy_file_range, then
-    // read/write where the kernel cannot), 1 MiB at a time. Returns the bytes
-    // copied. `stop` is looked at between chunks: once asked, the copy throws
-    // ECANCELED (what fits in one chunk always finishes).
-    virtual std::uint64_t copyContents(int source, int destination, const std::string& destinationPath,
-                                       std::stop_token stop) = 0;
+    // read/write where the kernel cannot). Returns the bytes copied.
+    virtual std::uint64_t copyContents(int source, int destination, const std::string& destinationPath) = 0;
     // flock(LOCK_SH | LOCK_NB): false when another process holds it exclusively.
     virtual bool tryLockShared(int fd) = 0;
 
@@ -116,18 +111,6 @@ void makeDirectories(FileSystem& fileSystem, const std::string& path, mode_t mod
 // the last component left as it is (a link stays a link). Parents that no
 // longer exist are kept as written.
 std::string resolveParentLinks(FileSystem& fileSystem, const std::string& path);
-// A regular file opened for reading, with what fstat says of it.
-struct OpenedFile {
-    UniqueFd fd;
-    FileStatus status;
-};
-// Opens `path` only if it is a regular file, never blocking on whatever else
-// is there, checked with fstat after the open so that nothing swapped in after
-// an earlier look slips through. With `expected`, it must also be that very
-// file (same device and inode). Nothing when it is not (a pipe, socket,
-// device, directory or link, or another file); other failures are thrown.
-std::optional<OpenedFile> openRegularFile(FileSystem& fileSystem, const std::string& path,
-                                          const FileStatus* expected = nullptr);
 // The whole contents of a (small) file; failures are thrown.
 std::string readWholeFile(FileSystem& fileSystem, const std::string& path);
 // rm -rf without following links. Nothing at the path is not an error.

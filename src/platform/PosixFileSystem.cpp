@@ -180,16 +180,12 @@ void PosixFileSystem::cloneFile(int source, int destination, const std::string& 
     if (::ioctl(destination, FICLONE, source) != 0) fail("clone", destinationPath);
 }
 
-std::uint64_t PosixFileSystem::copyContents(int source, int destination, const std::string& destinationPath,
-                                           std::stop_token stop) {
-    static constexpr std::size_t chunk = 1 << 20;
+std::uint64_t PosixFileSystem::copyContents(int source, int destination, const std::string& destinationPath) {
     std::uint64_t copied = 0;
     bool useCopyRange = true;
-    std::unique_ptr<char[]> buffer;
     for (;;) {
-        if (copied > 0 && stop.stop_requested()) throw FileSystemError(ECANCELED, "copy", destinationPath);
         if (useCopyRange) {
-            ssize_t count = ::copy_file_range(source, nullptr, destination, nullptr, chunk, 0);
+            ssize_t count = ::copy_file_range(source, nullptr, destination, nullptr, 1 << 30, 0);
             if (count > 0) {
                 copied += std::uint64_t(count);
                 continue;
@@ -203,11 +199,14 @@ std::uint64_t PosixFileSystem::copyContents(int source, int destination, const s
             }
             fail("copy", destinationPath);
         }
-        if (!buffer) buffer.reset(new char[chunk]);
-        std::size_t count = read(source, buffer.get(), chunk);
-        if (count == 0) return copied;
-        writeAll(destination, buffer.get(), count);
-        copied += count;
+        static constexpr std::size_t chunk = 1 << 20;
+        std::unique_ptr<char[]> buffer(new char[chunk]);
+        for (;;) {
+            std::size_t count = read(source, buffer.get(), chunk);
+            if (count == 0) return copied;
+            writeAll(destination, buffer.get(), count);
+            copied += count;
+        }
     }
 }
 

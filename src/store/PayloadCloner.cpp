@@ -2,8 +2,10 @@
 
 #include <cerrno>
 #include <chrono>
+#include <memory>
 
 #include "platform/FileSystemError.h"
+#include "platform/RegularFile.h"
 #include "platform/PathNames.h"
 #include "store/CloneError.h"
 #include "store/ReadCoordinator.h"
@@ -78,7 +80,7 @@ std::optional<bool> PayloadCloner::copyFile(const std::string& source, const Fil
     } catch (const FileSystemError& error) {
         if (!cloneRefused(error.errorNumber())) throw;
         cloned = false;
-        fileSystem_.copyContents(input.get(), output.get(), destination, stop);
+        copyInChunks(input.get(), output.get(), destination, stop);
     }
     copyAttributes(input.get(), output.get());
     fileSystem_.setMode(output.get(), status.mode);
@@ -118,6 +120,17 @@ void PayloadCloner::copyDirectory(const std::string& source, const std::string& 
     if (own) {
         fileSystem_.setMode(output.get(), own->mode);
         fileSystem_.setTimes(output.get(), own->accessed, own->modified);
+    }
+}
+
+void PayloadCloner::copyInChunks(int input, int output, const std::string& destination, std::stop_token stop) {
+    std::unique_ptr<char[]> buffer(new char[chunkSize]);
+    for (std::size_t count = 0;;) {
+        // Asked after a whole chunk only: a file smaller than one always finishes.
+        if (count == chunkSize && stop.stop_requested()) throw FileSystemError(ECANCELED, "copy", destination);
+        count = fileSystem_.read(input, buffer.get(), chunkSize);
+        if (count == 0) return;
+        fileSystem_.writeAll(output, buffer.get(), count);
     }
 }
 

@@ -15,7 +15,7 @@ namespace vosklin {
 // the file system can.
 //
 // A file is created with O_EXCL and cloned with FICLONE (method `cloned`);
-// where the file system refuses a clone it is copied (method `copied`). A
+// where the file system refuses a clone it is copied in 1 MiB chunks (method `copied`). A
 // directory is copied recursively without crossing into another file system
 // (method `unknown`), its files cloned where possible. Mode, timestamps and
 // extended attributes (ACLs included) travel with the data. The copy is not
@@ -28,8 +28,9 @@ namespace vosklin {
 // looked at before: a named pipe, socket or device (even one swapped in
 // meanwhile) is never read. Inside a package such items are left out.
 //
-// `stop` is looked at between 1 MiB chunks of a copy and between the files of
-// a package; a FICLONE is one call and always finishes.
+// `stop` is looked at between 1 MiB chunks of a copy (a file smaller than a
+// chunk always finishes) and between the items of a package; a FICLONE is one
+// call and always finishes.
 //
 // Failure: CloneError::sourceMissing when nothing, or nothing but a pipe,
 // socket or device, is at the source; destinationExists when something is at
@@ -37,6 +38,8 @@ namespace vosklin {
 // otherwise. Every failure but destinationExists removes what this call created.
 class PayloadCloner {
 public:
+    static constexpr std::size_t chunkSize = 1 << 20;
+
     PayloadCloner(FileSystem& fileSystem, Clock& clock, Logger& logger);
 
     CloneOutcome clone(const std::string& source, const std::string& destination, std::stop_token stop = {});
@@ -49,6 +52,8 @@ private:
                                  class ReadCoordinator& coordinator, std::stop_token stop);
     void copyDirectory(const std::string& source, const std::string& destination, dev_t device,
                        ReadCoordinator& coordinator, std::stop_token stop);
+    // read/write in chunks of `chunkSize`, looking at `stop` between them.
+    void copyInChunks(int input, int output, const std::string& destination, std::stop_token stop);
     void copyAttributes(int source, int destination);
 
     FileSystem& fileSystem_;

@@ -7,6 +7,7 @@
 #include <stdexcept>
 
 #include "platform/FileSystemError.h"
+#include "platform/RegularFile.h"
 #include "platform/PathNames.h"
 #include "store/PackageContents.h"
 
@@ -43,9 +44,10 @@ private:
 void feedFile(FileSystem& fileSystem, const std::string& path, Sha256& hash, char* buffer, std::stop_token stop) {
     auto file = openRegularFile(fileSystem, path);
     if (!file) throw FileSystemError(EINVAL, "open", path);
-    for (bool first = true;; first = false) {
-        if (!first && stop.stop_requested()) throw FileSystemError(ECANCELED, "read", path);
-        std::size_t count = fileSystem.read(file->fd.get(), buffer, PayloadDigest::chunkSize);
+    for (std::size_t count = 0;;) {
+        // Asked after a whole chunk only: a file smaller than one always finishes.
+        if (count == PayloadDigest::chunkSize && stop.stop_requested()) throw FileSystemError(ECANCELED, "read", path);
+        count = fileSystem.read(file->fd.get(), buffer, PayloadDigest::chunkSize);
         if (count == 0) break;
         hash.update(buffer, count);
     }

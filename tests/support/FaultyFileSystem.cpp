@@ -97,10 +97,9 @@ void FaultyFileSystem::cloneFile(int source, int destination, const std::string&
     real_.cloneFile(source, destination, destinationPath);
 }
 
-std::uint64_t FaultyFileSystem::copyContents(int source, int destination, const std::string& destinationPath,
-                                              std::stop_token stop) {
+std::uint64_t FaultyFileSystem::copyContents(int source, int destination, const std::string& destinationPath) {
     check(Operation::copy, destinationPath, true);
-    return real_.copyContents(source, destination, destinationPath, stop);
+    return real_.copyContents(source, destination, destinationPath);
 }
 
 bool FaultyFileSystem::tryLockShared(int fd) {
