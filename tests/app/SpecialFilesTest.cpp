@@ -46,10 +46,11 @@ protected:
         std::vector<fs::path> found;
         const fs::path versions = home / "store/versions";
         if (!fs::exists(versions)) return found;
-        for (const auto& entry : fs::recursive_directory_iterator(versions))
-            if (entry.is_directory() && std::distance(fs::relative(entry.path(), versions).begin(),
-                                                      fs::relative(entry.path(), versions).end()) == 3)
+        for (const auto& entry : fs::recursive_directory_iterator(versions)) {
+            const fs::path relative = fs::relative(entry.path(), versions);
+            if (entry.is_directory() && std::distance(relative.begin(), relative.end()) == 3)
                 found.push_back(entry.path());
+        }
         return found;
     }
 
@@ -112,18 +113,21 @@ TEST_F(SpecialFilesTest, StatusAnswersAndAStopEndsTheCaptureInProgress) {
     const auto slotsBefore = slots().size();
     const auto storedBefore = daemonStats().value("stored", std::int64_t(-1));
 
+    // Locked before it is written, by a descriptor that stays open after the writer closes it.
     const std::string large = root + "/large.bin";
-    int fd = ::open(large.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-    ASSERT_GE(fd, 0);
+    int writer = ::open(large.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+    ASSERT_GE(writer, 0);
+    int fd = ::open(large.c_str(), O_RDONLY);
     ASSERT_EQ(::flock(fd, LOCK_EX), 0);
     const std::string chunk(1 << 20, 'L');
-    for (int i = 0; i < 48; ++i) ASSERT_EQ(::write(fd, chunk.data(), chunk.size()), ssize_t(chunk.size()));
+    for (int i = 0; i < 48; ++i) ASSERT_EQ(::write(writer, chunk.data(), chunk.size()), ssize_t(chunk.size()));
+    ::close(writer);
 
     // The capture has begun once its slot exists (the copy then waits for the lock).
     const auto giveUp = std::chrono::steady_clock::now() + std::chrono::seconds(30);
     while (slots().size() == slotsBefore && std::chrono::steady_clock::now() < giveUp)
         std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    ASSERT_GT(slots().size(), slotsBefore) << "the capture never started";
+    ASSERT_GT(slots().size(), slotsBefore) << "the capture never started: " << daemon.standardError();
 
     auto stats = daemonStats();
     EXPECT_TRUE(versionsOf(large).empty()) << "status answered only once the capture had finished";
