@@ -8,9 +8,9 @@
 #include "app/TerminalOutput.h"
 #include "compare/TextDiff.h"
 #include "platform/FileSystemError.h"
-#include "platform/RegularFile.h"
 #include "platform/PathJson.h"
 #include "platform/PathNames.h"
+#include "platform/RegularFile.h"
 #include "platform/StringTable.h"
 
 namespace vosklin {

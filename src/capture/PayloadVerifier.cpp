@@ -5,8 +5,8 @@
 #include <set>
 
 #include "platform/FileSystemError.h"
-#include "platform/RegularFile.h"
 #include "platform/PathNames.h"
+#include "platform/RegularFile.h"
 
 namespace vosklin {
 namespace {

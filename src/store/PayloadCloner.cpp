@@ -5,8 +5,8 @@
 #include <memory>
 
 #include "platform/FileSystemError.h"
-#include "platform/RegularFile.h"
 #include "platform/PathNames.h"
+#include "platform/RegularFile.h"
 #include "store/CloneError.h"
 #include "store/ReadCoordinator.h"
 

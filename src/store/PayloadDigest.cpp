@@ -7,8 +7,8 @@
 #include <stdexcept>
 
 #include "platform/FileSystemError.h"
-#include "platform/RegularFile.h"
 #include "platform/PathNames.h"
+#include "platform/RegularFile.h"
 #include "store/PackageContents.h"
 
 namespace vosklin {
