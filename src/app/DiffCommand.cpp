@@ -10,6 +10,7 @@
 #include "platform/FileSystemError.h"
 #include "platform/PathJson.h"
 #include "platform/PathNames.h"
+#include "platform/RegularFile.h"
 #include "platform/StringTable.h"
 #include "store/StoredPayload.h"
 
@@ -24,8 +25,16 @@ std::string readLimited(FileSystem& fileSystem, const std::string& path) {
     auto status = fileSystem.status(path);
     if (!status) throw CommandError(displayableUtf8(path) + " does not exist");
     if (status->isDirectory()) throw CommandError(displayableUtf8(path) + " is a folder; only files can be compared");
+    // A named pipe, socket or device would have the command wait on whatever is at the other end.
+    if (!status->isRegular())
+        throw CommandError(displayableUtf8(path) + " is not a regular file; only files can be compared");
     if (status->size > largestCompared) throw CommandError(displayableUtf8(path) + " is too large to compare as text");
-    return readWholeFile(fileSystem, path);
+    auto file = openRegularFile(fileSystem, fileSystem.resolvedPath(path), &*status);
+    if (!file) throw CommandError(displayableUtf8(path) + " changed while it was being read; try again");
+    std::string text;
+    char buffer[65536];
+    while (std::size_t count = fileSystem.read(file->fd.get(), buffer, sizeof buffer)) text.append(buffer, count);
+    return text;
 }
 
 }  // namespace

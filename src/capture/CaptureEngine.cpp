@@ -7,6 +7,7 @@
 #include "platform/ErrorText.h"
 #include "platform/FileSystemError.h"
 #include "platform/PathNames.h"
+#include "store/CloneError.h"
 #include "store/StoreLocator.h"
 
 namespace vosklin {
@@ -24,6 +25,16 @@ bool isReserved(const std::string& path, const std::string& home) {
         if (path == root || relativeTo(root, path, relative)) return true;
     }
     return false;
+}
+
+bool isCancelledCopy(const std::exception_ptr& error) {
+    try {
+        std::rethrow_exception(error);
+    } catch (const CloneError& clone) {
+        return clone.kind() == CloneError::Kind::cancelled;
+    } catch (...) {
+        return false;
+    }
 }
 
 }  // namespace
@@ -54,6 +65,11 @@ void CaptureEngine::start() {
     std::lock_guard tickGuard(tickLock_);
     if (running_) return;
     c_.layout.prepareDirectories();
+    {
+        std::lock_guard guard(lock_);
+        captureStop_ = std::stop_source();
+        captureWorkerStopping_ = false;
+    }
     running_ = true;
     starting_ = true;
     rebuildTargets();
@@ -70,7 +86,10 @@ void CaptureEngine::start() {
         if (state.folder.mode == CaptureMode::automatic) queueCrawl(state.folder.id, "startup");
     }
     crawlThread_ = std::thread([this] { crawlLoop(); });
-    if (timers_ == TimerPolicy::runLoop) loopThread_ = std::thread([this] { loop(); });
+    if (timers_ == TimerPolicy::runLoop) {
+        captureThread_ = std::thread([this] { captureLoop(); });
+        loopThread_ = std::thread([this] { loop(); });
+    }
     c_.logger.info("Capture engine started over " + std::to_string(withAccess) + " folders");
 }
 
@@ -80,13 +99,18 @@ void CaptureEngine::stop() {
         std::lock_guard guard(lock_);
         if (crawlCancellation_) crawlCancellation_->cancel();
         crawls_.clear();
+        captureWorkerStopping_ = true;
     }
+    // Captures in progress stop at their next chunk; the worker then works
+    // through what is queued on the same terms and ends.
+    captureStop_.request_stop();
     changed_.notify_all();
     if (loopThread_.joinable()) loopThread_.join();
     if (crawlThread_.joinable()) crawlThread_.join();
+    if (captureThread_.joinable()) captureThread_.join();
     std::lock_guard tickGuard(tickLock_);
     if (watcher_) watcher_->stop();
-    // What has settled is captured; what has not is the next start-up crawl's.
+    // What has settled is captured as far as a stopped capture goes; the rest is the next start-up crawl's.
     tick();
     checkpoint();
     watcher_.reset();
@@ -260,7 +284,7 @@ void CaptureEngine::handleRecords(std::vector<FSEventRecord> records) {
 }
 
 void CaptureEngine::tick() {
-    std::lock_guard tickGuard(tickLock_);
+    std::unique_lock tickGuard(tickLock_);
     if (!coordinator_) return;
     if (running_ && foldersChanged()) rebuildTargets();
     std::vector<FSEventRecord> records;
@@ -272,19 +296,53 @@ void CaptureEngine::tick() {
     }
     handleRecords(std::move(records));
     // Read after merging: every unit these records made pending was first seen at or before it.
+    // It is also the instant of every capture this tick releases.
     const double takenAt = c_.clock.now();
 
-    auto released = coordinator_->flush();
-    if (!released.empty()) {
-        std::vector<CaptureRequest> requests;
-        for (const auto& unit : released)
-            requests.push_back({unit.target.folderID, unit.target.root, unit.unit.path, unit.unit.isPackage,
+    CaptureJob job;
+    job.at = takenAt;
+    for (const auto& unit : coordinator_->flush())
+        job.requests.push_back({unit.target.folderID, unit.target.root, unit.unit.path, unit.unit.isPackage,
                                 CaptureSource::watcher, std::nullopt});
-        auto results = c_.capture.captureBatch(requests, [this] { return c_.clock.now(); });
+    const bool onWorker = timers_ == TimerPolicy::runLoop && running_;
+    {
         std::lock_guard guard(lock_);
+        taken_ = takenThrough;
+        lastTakeAt_ = takenAt;
+        oldestPending_ = coordinator_->oldestFirstSeen();
+        settlingUnits_ = coordinator_->pendingCount();
+        capturingUnits_ += job.requests.size();
+        stats_.pending = std::int64_t(settlingUnits_ + capturingUnits_);
+        if (onWorker && !job.requests.empty()) captures_.push_back(std::move(job));
+    }
+    changed_.notify_all();
+    if (onWorker || job.requests.empty()) return;
+    const std::stop_token stop = captureStop_.get_token();
+    tickGuard.unlock();
+    runCaptures(job, stop);
+}
+
+void CaptureEngine::runCaptures(const CaptureJob& job, std::stop_token stop) {
+    std::vector<CaptureResult> results;
+    std::exception_ptr batchError;
+    try {
+        results = c_.capture.captureBatch(job.requests, [at = job.at] { return at; }, stop);
+    } catch (...) {
+        batchError = std::current_exception();
+    }
+    {
+        std::lock_guard guard(lock_);
+        if (batchError) {
+            stats_.failed += std::int64_t(job.requests.size());
+            c_.logger.error("Capture failed: " + describe(batchError));
+        }
         stats_.unitsSeen += std::int64_t(results.size());
         for (const auto& result : results) {
             if (result.error) {
+                if (isCancelledCopy(result.error)) {
+                    c_.logger.info("Capture stopped: " + result.request.unit);
+                    continue;
+                }
                 ++stats_.failed;
                 c_.logger.error("Capture failed: " + describe(result.error));
             } else if (result.outcome->kind == CaptureOutcome::Kind::stored) {
@@ -295,15 +353,28 @@ void CaptureEngine::tick() {
                 ++stats_.skipped;
             }
         }
-    }
-    {
-        std::lock_guard guard(lock_);
-        taken_ = takenThrough;
-        lastTakeAt_ = takenAt;
-        oldestPending_ = coordinator_->oldestFirstSeen();
-        stats_.pending = std::int64_t(coordinator_->pendingCount());
+        capturingUnits_ -= job.requests.size();
+        stats_.pending = std::int64_t(settlingUnits_ + capturingUnits_);
     }
     changed_.notify_all();
+}
+
+void CaptureEngine::captureLoop() {
+    const std::stop_token stop = [this] {
+        std::lock_guard guard(lock_);
+        return captureStop_.get_token();
+    }();
+    for (;;) {
+        CaptureJob job;
+        {
+            std::unique_lock guard(lock_);
+            changed_.wait(guard, [&] { return !captures_.empty() || captureWorkerStopping_; });
+            if (captures_.empty()) return;
+            job = std::move(captures_.front());
+            captures_.pop_front();
+        }
+        runCaptures(job, stop);
+    }
 }
 
 void CaptureEngine::checkpoint() {
@@ -436,7 +507,8 @@ bool CaptureEngine::barrier(double timeoutSeconds) {
     const double takenAt = lastTakeAt_;
     // ...then every unit pending since then has settled and been captured, and no crawl is due.
     return changed_.wait_until(guard, deadline, [&] {
-        return !running_ || ((!oldestPending_ || *oldestPending_ > takenAt) && crawls_.empty() && !crawling_);
+        return !running_ || ((!oldestPending_ || *oldestPending_ > takenAt) && capturingUnits_ == 0 &&
+                             crawls_.empty() && !crawling_);
     });
 }
 

@@ -8,6 +8,7 @@
 #include <mutex>
 #include <optional>
 #include <set>
+#include <stop_token>
 #include <string>
 #include <thread>
 #include <vector>
@@ -34,17 +35,22 @@ namespace vosklin {
 // and queues a start-up crawl of every recording folder, which is what
 // catches up with changes made while Vosklin was not running. While running:
 // a tick every 0.5 s takes the watcher's records (renames move history,
-// deletions tombstone it), flushes the settled units and captures them with
-// source "watcher"; a checkpoint every 60 s saves each folder's event id; the
-// folder list is re-read when it changes; folder access is re-checked every
-// 6 hours; folders the watcher could not fully watch are crawled every 5
-// minutes. stop() stops intake, captures what has settled, writes a last
-// checkpoint.
+// deletions tombstone it), flushes the settled units and hands them, as one
+// batch sharing the tick's instant, to the capture worker (source "watcher");
+// a checkpoint every 60 s saves each folder's event id; the folder list is
+// re-read when it changes; folder access is re-checked every 6 hours; folders
+// the watcher could not fully watch are crawled every 5 minutes. stop() stops
+// intake, asks captures in progress to stop between chunks (their partial
+// slots are removed; a file smaller than a chunk is still captured), captures what
+// has settled on the same terms and writes a last checkpoint. Whatever a stop
+// left uncaptured is the next start-up crawl's.
 //
 // Threads: the watcher reads on its own thread and only queues records; ticks
-// run on the engine's loop thread (or the caller's, under TimerPolicy::manual),
-// so a slow copy never blocks intake; crawls run one at a time on a crawl
-// thread. The catalog and the capture service serialise the work they share.
+// run on the engine's loop thread; captures run on a capture worker, so a long
+// copy never holds up intake, status, settle's bookkeeping, suppression or a
+// stop; crawls run one at a time on a crawl thread. Under TimerPolicy::manual
+// there is no worker: tick() captures on the caller's thread before it
+// returns. The catalog and the capture service serialise the work they share.
 // Per-unit failures are logged ("Capture failed: ...") and never stop a tick.
 class CaptureEngine {
 public:
@@ -100,8 +106,8 @@ public:
     // queue (the next tick takes it).
     void drainWatcher();
     // Waits until every change made before the call has been seen, has settled
-    // and has been captured, and no crawl is running or queued. Returns false
-    // when `timeoutSeconds` passed first.
+    // and has been captured (no capture batch queued or running), and no crawl
+    // is running or queued. Returns false when `timeoutSeconds` passed first.
     bool barrier(double timeoutSeconds);
 
     SnapshotReport snapshot(const WatchedFolder& folder, CrawlCancellation& cancellation);
@@ -109,11 +115,20 @@ public:
     // Before Vosklin itself writes these paths (restore, rewind).
     void suppress(const std::vector<std::string>& paths);
 
+    // `pending` counts units still settling plus units handed to the capture worker and not captured yet.
     Stats stats() const;
     std::vector<FolderState> folderStates();
 
 private:
+    // The settled units of one tick, captured together at the tick's instant.
+    struct CaptureJob {
+        std::vector<CaptureRequest> requests;
+        double at = 0;
+    };
+
     void loop();
+    void captureLoop();
+    void runCaptures(const CaptureJob& job, std::stop_token stop);
     void crawlLoop();
     void rebuildTargets();
     void queueCrawl(const std::string& folderID, const std::string& reason);
@@ -134,7 +149,7 @@ private:
     std::atomic<bool> running_{false};
     bool starting_ = false;  // start() queues the start-up crawls itself
 
-    std::recursive_mutex tickLock_;  // one tick, checkpoint or rebuild at a time
+    std::recursive_mutex tickLock_;  // one tick, checkpoint or rebuild at a time; never held across a capture
     std::unique_ptr<WatchCoordinator> coordinator_;
     std::unique_ptr<InotifyWatcher> watcher_;
     std::vector<WatchTarget> targets_;
@@ -149,12 +164,18 @@ private:
     std::optional<double> oldestPending_;
     std::deque<std::pair<std::string, std::string>> crawls_;  // (folder id, reason)
     bool crawling_ = false;
+    std::deque<CaptureJob> captures_;  // handed to the capture worker, not started
+    std::size_t capturingUnits_ = 0;   // units in captures_ or being captured
+    std::size_t settlingUnits_ = 0;    // the coordinator's pending count, as of the latest tick
+    bool captureWorkerStopping_ = false;
     Stats stats_;
     std::set<std::string> unreachable_;
 
     std::shared_ptr<CrawlCancellation> crawlCancellation_;
+    std::stop_source captureStop_;  // asked by stop(); a fresh one per start()
     std::thread loopThread_;
     std::thread crawlThread_;
+    std::thread captureThread_;
 };
 
 }  // namespace vosklin

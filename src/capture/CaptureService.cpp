@@ -66,6 +66,8 @@ std::optional<CaptureOutcome> CaptureService::check(const CaptureRequest& reques
     auto link = fileSystem_.linkStatus(unit);
     if (!link) return CaptureOutcome::skipped(CaptureSkipReason::missing);
     if (link->isSymlink()) return CaptureOutcome::skipped(CaptureSkipReason::symlink);
+    // A pipe, socket or device holds no document: there is no file here to keep.
+    if (!link->isRegular() && !link->isDirectory()) return CaptureOutcome::skipped(CaptureSkipReason::missing);
     if (cloudGuard_.isPlaceholder(unit)) return CaptureOutcome::skipped(CaptureSkipReason::cloudPlaceholder);
     const std::string resolved = resolveParentLinks(fileSystem_, unit);
     if (!relativeTo(canonicalRoot(request.folderRoot), resolved, candidate.relativePath))
@@ -78,11 +80,11 @@ std::optional<CaptureOutcome> CaptureService::check(const CaptureRequest& reques
     return std::nullopt;
 }
 
-std::optional<CaptureOutcome> CaptureService::writePayload(Candidate& candidate) {
+std::optional<CaptureOutcome> CaptureService::writePayload(Candidate& candidate, std::stop_token stop) {
     const CaptureRequest& request = candidate.request;
     WrittenPayload payload;
     try {
-        payload = writer_.write(candidate.file.id, candidate.at, request.unit, request.isPackage);
+        payload = writer_.write(candidate.file.id, candidate.at, request.unit, request.isPackage, stop);
     } catch (const CloneError& error) {
         // Deleted between the checks and the copy: a skip like any other vanished file.
         if (error.kind() == CloneError::Kind::sourceMissing || error.code() == ENOENT)
@@ -162,7 +164,7 @@ void CaptureService::record(std::vector<Candidate*>& prepared, std::vector<Captu
 }
 
 void CaptureService::captureRun(const std::vector<CaptureRequest>& requests, const std::function<double()>& instant,
-                                std::vector<CaptureResult>& results) {
+                                std::vector<CaptureResult>& results, std::stop_token stop) {
     // Phase 1: checks, then every file row in one transaction.
     std::vector<Candidate> candidates;
     candidates.reserve(requests.size());
@@ -203,7 +205,7 @@ void CaptureService::captureRun(const std::vector<CaptureRequest>& requests, con
     std::vector<Candidate*> prepared;
     for (auto& candidate : candidates) {
         try {
-            if (auto outcome = writePayload(candidate)) results[candidate.resultIndex].outcome = *outcome;
+            if (auto outcome = writePayload(candidate, stop)) results[candidate.resultIndex].outcome = *outcome;
             else prepared.push_back(&candidate);
         } catch (...) {
             results[candidate.resultIndex].error = std::current_exception();
@@ -215,7 +217,7 @@ void CaptureService::captureRun(const std::vector<CaptureRequest>& requests, con
 }
 
 std::vector<CaptureResult> CaptureService::captureBatch(const std::vector<CaptureRequest>& requests,
-                                                        const std::function<double()>& instant) {
+                                                        const std::function<double()>& instant, std::stop_token stop) {
     std::lock_guard guard(lock_);
     canonicalRoots_.clear();  // a root may have been moved or relinked since the last batch
     std::vector<CaptureResult> results;
@@ -231,14 +233,14 @@ std::vector<CaptureResult> CaptureService::captureBatch(const std::vector<Captur
     std::set<std::string> units;
     for (const auto& request : requests) {
         if (units.count(request.unit)) {
-            captureRun(run, instant, results);
+            captureRun(run, instant, results, stop);
             run.clear();
             units.clear();
         }
         run.push_back(request);
         units.insert(request.unit);
     }
-    captureRun(run, instant, results);
+    captureRun(run, instant, results, stop);
     return results;
 }
 

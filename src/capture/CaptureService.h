@@ -4,6 +4,7 @@
 #include <functional>
 #include <map>
 #include <mutex>
+#include <stop_token>
 #include <vector>
 
 #include "capture/CaptureOutcome.h"
@@ -29,7 +30,9 @@ struct CaptureResult {
 // version. Every path into history goes through it.
 //
 // Per unit, in order: skip what is missing (also when it vanishes during the
-// copy), a symbolic link, a cloud placeholder or not strictly inside the folder; track the file's row (an
+// copy, and when what is there is a named pipe, socket or device: nothing a
+// version can be made of, and never opened), a symbolic link, a cloud
+// placeholder or not strictly inside the folder; track the file's row (an
 // "appeared" event first when the path had been tombstoned); clone the unit
 // into a new slot and hash the copy; if the digest equals the file's newest
 // version, remove the slot and report `unchanged`; otherwise decide the
@@ -54,16 +57,19 @@ public:
 
     CaptureOutcome capture(const CaptureRequest& request, double at);
     // Each request gets its own instant from `instant()`, taken as its turn comes.
+    // `stop` is looked at between the chunks of each copy and digest: a unit
+    // stopped there gets CloneError::cancelled, its slot removed; units already
+    // copied are still recorded.
     std::vector<CaptureResult> captureBatch(const std::vector<CaptureRequest>& requests,
-                                            const std::function<double()>& instant);
+                                            const std::function<double()>& instant, std::stop_token stop = {});
 
 private:
     struct Candidate;
     // One run of requests with distinct units, through all three phases.
     void captureRun(const std::vector<CaptureRequest>& requests, const std::function<double()>& instant,
-                    std::vector<CaptureResult>& results);
+                    std::vector<CaptureResult>& results, std::stop_token stop);
     std::optional<CaptureOutcome> check(const CaptureRequest& request, Candidate& candidate);
-    std::optional<CaptureOutcome> writePayload(Candidate& candidate);
+    std::optional<CaptureOutcome> writePayload(Candidate& candidate, std::stop_token stop);
     void record(std::vector<Candidate*>& prepared, std::vector<CaptureResult>& results);
     const std::string& canonicalRoot(const std::string& root);
 

@@ -6,6 +6,7 @@
 
 #include "platform/FileSystemError.h"
 #include "platform/PathNames.h"
+#include "platform/RegularFile.h"
 
 namespace vosklin {
 namespace {
@@ -36,12 +37,14 @@ bool PayloadVerifier::isVerified(const std::string& payloadPath, bool isPackage)
     const Format format = formatOf(payloadPath);
     if (format == Format::none) return true;
     try {
-        UniqueFd file = fileSystem_.openForReading(payloadPath);
-        const auto size = std::uint64_t(fileSystem_.status(file.get()).size);
+        auto opened = openRegularFile(fileSystem_, payloadPath);
+        if (!opened) return false;
+        const int file = opened->fd.get();
+        const auto size = std::uint64_t(opened->status.size);
         const std::uint64_t window = format == Format::zip ? 65557 : format == Format::pdf ? 1024 : 64;
         const std::uint64_t length = std::min(size, window);
         std::string tail(length, '\0');
-        tail.resize(fileSystem_.readAt(file.get(), tail.data(), length, size - length));
+        tail.resize(fileSystem_.readAt(file, tail.data(), length, size - length));
         switch (format) {
             case Format::pdf: return tail.find("%%EOF") != std::string::npos;
             case Format::zip: return tail.find(std::string_view("PK\x05\x06", 4)) != std::string::npos;

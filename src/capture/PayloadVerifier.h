@@ -18,7 +18,8 @@ namespace vosklin {
 //   jpg, jpeg                              ends with the end-of-image marker FF D9 (trailing NULs allowed)
 //   gif                                    ends with the trailer byte 0x3B
 //
-// Everything else, packages included, is verified. An unreadable payload is not.
+// Everything else, packages included, is verified. An unreadable payload, or
+// one that is not a regular file, is not.
 class PayloadVerifier {
 public:
     explicit PayloadVerifier(FileSystem& fileSystem) : fileSystem_(fileSystem) {}

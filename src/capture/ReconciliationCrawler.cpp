@@ -70,7 +70,9 @@ CrawlReport ReconciliationCrawler::crawl(const WatchedFolder& folder, const std:
     std::int64_t done = 0;
     auto flush = [&] {
         if (batch.empty()) return;
-        for (const auto& result : capture_.captureBatch(batch, [&] { return clock_.now(); })) {
+        // A cancelled crawl also stops the copy in progress, between its chunks.
+        auto results = capture_.captureBatch(batch, [&] { return clock_.now(); }, cancellation.token());
+        for (const auto& result : results) {
             if (result.error) {
                 ++report.failed;
                 logger_.error("Capture failed: " + describe(result.error));

@@ -106,9 +106,14 @@ std::string PosixFileSystem::resolvedPath(const std::string& path) {
 }
 
 UniqueFd PosixFileSystem::openForReading(const std::string& path) {
-    int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW);
+    // O_NONBLOCK only for the open itself: a named pipe without a writer (or a
+    // device) would otherwise hold the caller in open(2) indefinitely.
+    int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
     if (fd < 0) fail("open", path);
-    return UniqueFd(fd);
+    UniqueFd file(fd);
+    const int flags = ::fcntl(fd, F_GETFL);
+    if (flags < 0 || ::fcntl(fd, F_SETFL, flags & ~O_NONBLOCK) < 0) fail("fcntl", path);
+    return file;
 }
 
 UniqueFd PosixFileSystem::createExclusive(const std::string& path, mode_t mode) {

@@ -11,7 +11,8 @@ public:
     enum class Kind {
         failed,             // the copy failed with errno `code`
         destinationExists,  // something is already at the destination (EEXIST)
-        sourceMissing,      // nothing exists at the source path
+        sourceMissing,      // nothing that can be copied is at the source path
+        cancelled,          // its caller asked it to stop (ECANCELED)
     };
 
     static CloneError failed(int code, const std::string& path) {
@@ -22,6 +23,10 @@ public:
     }
     static CloneError sourceMissing(const std::string& path) {
         return CloneError(Kind::sourceMissing, ENOENT, "Nothing exists at " + path);
+    }
+
+    static CloneError cancelled(const std::string& path) {
+        return CloneError(Kind::cancelled, ECANCELED, "The copy of " + path + " was stopped");
     }
 
     Kind kind() const { return kind_; }

@@ -2,9 +2,11 @@
 
 #include <cerrno>
 #include <chrono>
+#include <memory>
 
 #include "platform/FileSystemError.h"
 #include "platform/PathNames.h"
+#include "platform/RegularFile.h"
 #include "store/CloneError.h"
 #include "store/ReadCoordinator.h"
 
@@ -31,19 +33,22 @@ double monotonicSeconds() {
 PayloadCloner::PayloadCloner(FileSystem& fileSystem, Clock& clock, Logger& logger)
     : fileSystem_(fileSystem), clock_(clock), logger_(logger) {}
 
-CloneOutcome PayloadCloner::clone(const std::string& source, const std::string& destination) {
+CloneOutcome PayloadCloner::clone(const std::string& source, const std::string& destination, std::stop_token stop) {
     auto sourceStatus = fileSystem_.linkStatus(source);
-    if (!sourceStatus) throw CloneError::sourceMissing(source);
+    if (!sourceStatus || !(sourceStatus->isRegular() || sourceStatus->isDirectory()))
+        throw CloneError::sourceMissing(source);
     ReadCoordinator coordinator(fileSystem_, clock_, logger_);
     try {
         const double start = monotonicSeconds();
         CloneOutcome outcome;
         if (sourceStatus->isDirectory()) {
             if (!fileSystem_.makeDirectory(destination, 0700)) throw CloneError::destinationExists(destination);
-            copyDirectory(source, destination, sourceStatus->device, coordinator);
+            copyDirectory(source, destination, sourceStatus->device, coordinator, stop);
             outcome.method = CloneMethod::unknown;
         } else {
-            outcome.method = copyFile(source, destination, coordinator) ? CloneMethod::cloned : CloneMethod::copied;
+            auto cloned = copyFile(source, *sourceStatus, destination, coordinator, stop);
+            if (!cloned) throw CloneError::sourceMissing(source);
+            outcome.method = *cloned ? CloneMethod::cloned : CloneMethod::copied;
         }
         outcome.elapsed = monotonicSeconds() - start;
         return outcome;
@@ -55,15 +60,19 @@ CloneOutcome PayloadCloner::clone(const std::string& source, const std::string& 
         } catch (const FileSystemError&) {
             // The copy's own failure is the one to report.
         }
+        if (error.errorNumber() == ECANCELED) throw CloneError::cancelled(source);
         throw CloneError::failed(error.errorNumber(), source);
     }
 }
 
-bool PayloadCloner::copyFile(const std::string& source, const std::string& destination,
-                             ReadCoordinator& coordinator) {
-    UniqueFd input = fileSystem_.openForReading(source);
+std::optional<bool> PayloadCloner::copyFile(const std::string& source, const FileStatus& expected,
+                                            const std::string& destination, ReadCoordinator& coordinator,
+                                            std::stop_token stop) {
+    auto opened = openRegularFile(fileSystem_, source, &expected);
+    if (!opened) return std::nullopt;
+    UniqueFd input = std::move(opened->fd);
+    const FileStatus& status = opened->status;
     coordinator.coordinate(input.get());
-    const FileStatus status = fileSystem_.status(input.get());
     UniqueFd output = fileSystem_.createExclusive(destination, 0600);
     bool cloned = true;
     try {
@@ -71,7 +80,7 @@ bool PayloadCloner::copyFile(const std::string& source, const std::string& desti
     } catch (const FileSystemError& error) {
         if (!cloneRefused(error.errorNumber())) throw;
         cloned = false;
-        fileSystem_.copyContents(input.get(), output.get(), destination);
+        copyInChunks(input.get(), output.get(), destination, stop);
     }
     copyAttributes(input.get(), output.get());
     fileSystem_.setMode(output.get(), status.mode);
@@ -80,8 +89,9 @@ bool PayloadCloner::copyFile(const std::string& source, const std::string& desti
 }
 
 void PayloadCloner::copyDirectory(const std::string& source, const std::string& destination, dev_t device,
-                                  ReadCoordinator& coordinator) {
+                                  ReadCoordinator& coordinator, std::stop_token stop) {
     for (const auto& entry : fileSystem_.listDirectory(source)) {
+        if (stop.stop_requested()) throw FileSystemError(ECANCELED, "copy", destination);
         const std::string from = joinPath(source, entry.name);
         const std::string to = joinPath(destination, entry.name);
         auto status = fileSystem_.linkStatus(from);
@@ -89,14 +99,14 @@ void PayloadCloner::copyDirectory(const std::string& source, const std::string& 
         if (status->device != device) continue;     // never cross into another file system
         if (status->isDirectory()) {
             fileSystem_.makeDirectory(to, 0700);
-            copyDirectory(from, to, device, coordinator);
+            copyDirectory(from, to, device, coordinator, stop);
             UniqueFd input = fileSystem_.openForReading(from);
             UniqueFd output = fileSystem_.openForReading(to);
             copyAttributes(input.get(), output.get());
             fileSystem_.setMode(output.get(), status->mode);
             fileSystem_.setTimes(output.get(), status->accessed, status->modified);
         } else if (status->isRegular()) {
-            copyFile(from, to, coordinator);
+            copyFile(from, *status, to, coordinator, stop);  // replaced by a pipe or the like meanwhile: left out
         } else if (status->isSymlink()) {
             fileSystem_.makeSymlink(fileSystem_.readLink(from), to);
             fileSystem_.setLinkTimes(to, status->accessed, status->modified);
@@ -110,6 +120,17 @@ void PayloadCloner::copyDirectory(const std::string& source, const std::string& 
     if (own) {
         fileSystem_.setMode(output.get(), own->mode);
         fileSystem_.setTimes(output.get(), own->accessed, own->modified);
+    }
+}
+
+void PayloadCloner::copyInChunks(int input, int output, const std::string& destination, std::stop_token stop) {
+    std::unique_ptr<char[]> buffer(new char[chunkSize]);
+    for (std::size_t count = 0;;) {
+        // Asked after a whole chunk only: a file smaller than one always finishes.
+        if (count == chunkSize && stop.stop_requested()) throw FileSystemError(ECANCELED, "copy", destination);
+        count = fileSystem_.read(input, buffer.get(), chunkSize);
+        if (count == 0) return;
+        fileSystem_.writeAll(output, buffer.get(), count);
     }
 }
 

@@ -22,6 +22,9 @@ struct WrittenPayload {
 // into it under its own name, and hash the copy (so the digest describes
 // exactly the bytes kept, even if the source changed meanwhile).
 //
+// `stop` reaches the copy and the digest, which look at it between chunks; a
+// stopped write throws CloneError::cancelled.
+//
 // Failure: any error of the clone or the digest removes the whole slot and is
 // rethrown (a failure of that removal is thrown in its place), so no slot
 // without a payload is left behind. Collaborators are borrowed.
@@ -29,7 +32,8 @@ class PayloadWriter {
 public:
     PayloadWriter(VersionStoreLayout& layout, PayloadCloner& cloner, PayloadDigest& digest);
 
-    WrittenPayload write(std::int64_t fileID, double at, const std::string& source, bool isPackage);
+    WrittenPayload write(std::int64_t fileID, double at, const std::string& source, bool isPackage,
+                         std::stop_token stop = {});
 
     // The payload keeps the source's own name, unless that name is the sidecar's: a
     // user's file called "vosklin-version.json" must not be overwritten by its own

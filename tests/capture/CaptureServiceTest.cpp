@@ -6,8 +6,10 @@
 
 #include <filesystem>
 
+#include "store/CloneError.h"
 #include "store/VersionSidecar.h"
 #include "support/CaptureStack.h"
+#include "support/SpecialFiles.h"
 #include "support/TempDirectory.h"
 
 namespace vosklin {
@@ -102,6 +104,16 @@ TEST_F(CaptureServiceTest, SkipsTouchNeitherStoreNorCatalog) {
     EXPECT_EQ(skip(request(".Report.docx.icloud")), CaptureSkipReason::cloudPlaceholder);
     EXPECT_EQ(skip({folder, root, root, false, CaptureSource::manual, std::nullopt}), CaptureSkipReason::outsideRoot);
     EXPECT_EQ(skip(request("up/outside.txt")), CaptureSkipReason::outsideRoot) << "through a link that leaves the root";
+    // Nothing a version can be made of, and never opened (a pipe would hold the capture forever).
+    for (auto kind : test::allSpecialFiles()) {
+        const std::string name = std::string("special-") + std::to_string(int(kind));
+        std::string whyNot;
+        if (!test::makeSpecialFile(kind, root + "/" + name, whyNot)) {
+            std::printf("skipped: %s\n", whyNot.c_str());
+            continue;
+        }
+        EXPECT_EQ(skip(request(name)), CaptureSkipReason::missing) << test::nameOf(kind);
+    }
     EXPECT_TRUE(catalog.allFiles().empty());
     EXPECT_EQ(itemsUnderVersions(), 0u);
 }
@@ -177,7 +189,7 @@ TEST_F(CaptureServiceTest, AFileRemovedDuringItsCaptureIsSkippedAndLeavesNoSlot)
 TEST_F(CaptureServiceTest, FailuresLeaveNoVersionRowAndNoSlot) {
     directory.write("Documents/a.txt", "alpha");
     fileSystem.fail(Operation::clone, EOPNOTSUPP);
-    fileSystem.fail(Operation::copy, ENOSPC);
+    fileSystem.fail(Operation::write, ENOSPC);
     EXPECT_THROW(service.capture(request("a.txt"), noon), std::exception);
     fileSystem.fail(Operation::rename, EIO, 1, "vosklin-version.json");  // the sidecar's atomic rename
     EXPECT_THROW(service.capture(request("a.txt"), noon + 1), std::exception);
@@ -214,6 +226,32 @@ TEST_F(CaptureServiceTest, ABatchSyncsOnceAndRecordsEachUnitWithItsOwnOutcome) {
     results = service.captureBatch({request("1.txt"), request("2.txt")}, [&] { return instant += 1; });
     EXPECT_EQ(results[0].outcome->kind, CaptureOutcome::Kind::stored) << "one bad file does not stop the others";
     EXPECT_TRUE(results[1].error);
+}
+
+TEST_F(CaptureServiceTest, AStoppedBatchRecordsWhatWasCopiedAndRemovesThePartialSlot) {
+    directory.write("Documents/small.txt", "small");
+    directory.write("Documents/large.bin", std::string(3 << 20, 'L'));
+    directory.write("Documents/after.txt", "after");
+    std::stop_source stop;
+    fileSystem.fail(Operation::clone, EOPNOTSUPP, 3);  // copied, so in chunks
+    fileSystem.beforeMutation = [&](Operation operation, const std::string& path) {
+        if (operation == Operation::write && path.find("large.bin") != std::string::npos) stop.request_stop();
+    };
+    auto results = service.captureBatch({request("small.txt"), request("large.bin"), request("after.txt")},
+                                        [] { return noon; }, stop.get_token());
+    ASSERT_EQ(results.size(), 3u);
+    EXPECT_EQ(results[0].outcome->kind, CaptureOutcome::Kind::stored);
+    ASSERT_TRUE(results[1].error);
+    try {
+        std::rethrow_exception(results[1].error);
+    } catch (const CloneError& error) {
+        EXPECT_EQ(error.kind(), CloneError::Kind::cancelled);
+    }
+    EXPECT_EQ(results[2].outcome->kind, CaptureOutcome::Kind::stored) << "under a chunk: finished all the same";
+    EXPECT_EQ(slotsOnDisk(), 2u);
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(layout.versionsDirectory()))
+        EXPECT_NE(entry.path().filename(), "large.bin") << "the partial copy's slot is gone";
+    EXPECT_EQ(catalog.allVersions().size(), 2u);
 }
 
 }  // namespace

@@ -14,6 +14,7 @@
 #include "support/FaultyFileSystem.h"
 #include "support/ManualClock.h"
 #include "support/RecordingLogger.h"
+#include "support/SpecialFiles.h"
 #include "support/TempDirectory.h"
 #include "support/XfsImage.h"
 
@@ -71,7 +72,7 @@ TEST_F(PayloadClonerTest, RefusedCloneFallsBackToACopy) {
 TEST_F(PayloadClonerTest, FailuresLeaveNothingBehindAndCarryTheErrno) {
     const std::string source = directory.write("a.bin", "data");
     fileSystem.fail(Operation::clone, EOPNOTSUPP);
-    fileSystem.fail(Operation::copy, ENOSPC);
+    fileSystem.fail(Operation::write, ENOSPC);
     try {
         cloner.clone(source, directory / "b.bin");
         FAIL();
@@ -117,6 +118,75 @@ TEST_F(PayloadClonerTest, MissingSourceIsSourceMissing) {
         EXPECT_EQ(error.kind(), CloneError::Kind::sourceMissing);
     }
     EXPECT_FALSE(std::filesystem::exists(directory / "out"));
+}
+
+// None of these is ever opened: a pipe without a writer would hold open(2) for good.
+TEST_F(PayloadClonerTest, PipesSocketsAndDevicesAreNeverReadAndLeavePackagesWithoutThem) {
+    directory.write("Notes.bundle/text.txt", "kept");
+    for (auto kind : test::allSpecialFiles()) {
+        SCOPED_TRACE(test::nameOf(kind));
+        const std::string source = directory / (std::string("special-") + std::to_string(int(kind)));
+        std::string whyNot;
+        if (!test::makeSpecialFile(kind, source, whyNot)) {
+            std::printf("skipped: %s\n", whyNot.c_str());
+            continue;
+        }
+        test::makeSpecialFile(kind, directory / ("Notes.bundle/inner-" + std::to_string(int(kind))), whyNot);
+        const std::string destination = source + ".copy";
+        try {
+            cloner.clone(source, destination);
+            ADD_FAILURE() << "copied";
+        } catch (const CloneError& error) {
+            EXPECT_EQ(error.kind(), CloneError::Kind::sourceMissing) << error.what();
+        }
+        EXPECT_FALSE(std::filesystem::exists(std::filesystem::symlink_status(destination)));
+    }
+    cloner.clone(directory / "Notes.bundle", directory / "Copy.bundle");
+    std::vector<std::string> copied;
+    for (const auto& entry : std::filesystem::directory_iterator(directory / "Copy.bundle"))
+        copied.push_back(entry.path().filename());
+    EXPECT_EQ(copied, std::vector<std::string>{"text.txt"});
+}
+
+// Stop is asked while the copy runs (as its first chunk is written): a file
+// smaller than a chunk still finishes, anything longer ends after that chunk.
+TEST_F(PayloadClonerTest, AStoppedCopyEndsAtTheNextChunkAndLeavesNothing) {
+    struct Case {
+        const char* name;
+        std::size_t size;
+        bool isPackage;
+        bool stops;
+    };
+    const Case cases[] = {
+        {"a file under a chunk", 300 * 1024, false, false},
+        {"a file of three chunks", 3 * PayloadCloner::chunkSize, false, true},
+        {"a package of small files", 10, true, true},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        const std::string source = directory / c.name;
+        if (c.isPackage) {
+            for (const char* item : {"a", "b", "c"}) directory.write(std::string(c.name) + "/" + item, "item");
+        } else {
+            directory.write(c.name, std::string(c.size, 'x'));
+        }
+        std::stop_source stop;
+        fileSystem.fail(Operation::clone, EOPNOTSUPP, 10);  // copied, so in chunks
+        fileSystem.beforeMutation = [&](Operation operation, const std::string&) {
+            if (operation == Operation::write) stop.request_stop();
+        };
+        const std::string destination = source + ".copy";
+        try {
+            cloner.clone(source, destination, stop.get_token());
+            EXPECT_FALSE(c.stops) << "finished";
+            EXPECT_EQ(std::filesystem::file_size(destination), c.size);
+        } catch (const CloneError& error) {
+            EXPECT_TRUE(c.stops) << error.what();
+            EXPECT_EQ(error.kind(), CloneError::Kind::cancelled);
+            EXPECT_FALSE(std::filesystem::exists(destination)) << "the partial copy is removed";
+        }
+        fileSystem.beforeMutation = nullptr;
+    }
 }
 
 TEST_F(PayloadClonerTest, PackageIsCopiedRecursivelyWithMethodUnknown) {

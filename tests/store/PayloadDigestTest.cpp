@@ -9,6 +9,7 @@
 #include "platform/FileSystemError.h"
 #include "platform/PosixFileSystem.h"
 #include "support/FaultyFileSystem.h"
+#include "support/SpecialFiles.h"
 #include "support/TempDirectory.h"
 
 namespace vosklin {
@@ -81,6 +82,29 @@ TEST_F(PayloadDigestTest, ReadFailureIsThrown) {
         FAIL();
     } catch (const FileSystemError& error) {
         EXPECT_EQ(error.errorNumber(), EIO);
+    }
+}
+
+// A live file's digest (a rewind's plan reads them) must not wait on what was put in its place.
+TEST_F(PayloadDigestTest, StopEndsADigestAfterAWholeChunkAndAPipeIsRefused) {
+    std::stop_source stop;
+    stop.request_stop();
+    const std::string small = directory.write("small", std::string(1000, 's'));
+    EXPECT_EQ(digest.fileDigest(small, stop.get_token()), oneShotSha256(std::string(1000, 's')));
+    const std::string large = directory.write("large", std::string(2 * PayloadDigest::chunkSize, 'l'));
+    try {
+        digest.fileDigest(large, stop.get_token());
+        ADD_FAILURE() << "not stopped";
+    } catch (const FileSystemError& error) {
+        EXPECT_EQ(error.errorNumber(), ECANCELED);
+    }
+    std::string whyNot;
+    ASSERT_TRUE(test::makeSpecialFile(test::SpecialFile::namedPipe, directory / "pipe", whyNot)) << whyNot;
+    try {
+        digest.fileDigest(directory / "pipe");
+        ADD_FAILURE() << "a pipe was read";
+    } catch (const FileSystemError& error) {
+        EXPECT_EQ(error.errorNumber(), EINVAL);
     }
 }
 
