@@ -7,6 +7,7 @@
 #include <nlohmann/json.hpp>
 
 #include "support/CommandRunner.h"
+#include "support/DaemonProcess.h"
 #include "support/TempDirectory.h"
 
 namespace vosklin {
@@ -97,9 +98,12 @@ TEST_F(CheckCommandTest, AnEmptiedCatalogIsRefusedEverywhereAndRebuiltFromTheSid
     fs::resize_file(catalog(), 0);
 
     // The daemon refuses too, and starts no fresh catalog over the old history.
-    auto daemon = vosklin({"run"});
-    EXPECT_NE(daemon.exitStatus, 0);
-    EXPECT_NE(daemon.err.find(rebuildHint), std::string::npos) << daemon.err;
+    test::DaemonProcess daemon(home.path());
+    daemon.launch();
+    auto exitStatus = daemon.waitForExit(15);  // a refusal is at once; the bound only keeps a regression from hanging
+    ASSERT_TRUE(exitStatus) << "the daemon started over the emptied catalog";
+    EXPECT_NE(*exitStatus, 0);
+    EXPECT_NE(daemon.standardError().find(rebuildHint), std::string::npos) << daemon.standardError();
     EXPECT_EQ(fs::file_size(catalog()), 0u);
 
     auto rebuilt = vosklin({"check", "--rebuild"});
