@@ -184,6 +184,35 @@ TEST_F(StoreFixture, PayloadIsFoundByItsRecordedNameAndOrphanSlotsAreNotes) {
     EXPECT_TRUE(checker.check({folderID, false}).notes.empty());
 }
 
+TEST_F(StoreFixture, PackagePayloadsAreSizedAndHashedAsPackages) {
+    auto file = catalog->upsertFile(folderID, "Trip.bundle", std::nullopt, true, std::string("bundle"));
+    auto slot = layout.makeSlot(file.id, 1'740'839'525);
+    const std::string payload = joinPath(slot.directory, "Trip.bundle");
+    directory.write(payload.substr(directory.path().size() + 1) + "/a.txt", "alpha");
+    directory.write(payload.substr(directory.path().size() + 1) + "/sub/b.txt", "beta");
+    NewVersion version;
+    version.fileID = file.id;
+    version.capturedAt = 1'740'839'525;
+    version.digest = digest.packageDigest(payload);
+    version.logicalBytes = 9;
+    version.slot = slot.relativePath;
+    version.payloadName = "Trip.bundle";
+    VersionSidecar sidecar{1, joinPath(root, "Trip.bundle"), version.capturedAt, version.digest, 9,
+                           CloneMethod::unknown, true, "Trip.bundle"};
+    sidecar.write(fileSystem, slot.directory);
+    catalog->recordVersion(version);
+    EXPECT_TRUE(check(true).problems.empty());
+
+    test::writeFile(payload + "/sub/b.txt", "BETA");
+    auto report = check(true);
+    ASSERT_EQ(report.problems.size(), 1u);
+    EXPECT_EQ(report.problems.front().kind, Kind::payloadDigestWrong);
+    test::writeFile(payload + "/sub/b.txt", "be");
+    report = check(true);
+    ASSERT_EQ(report.problems.size(), 2u);
+    EXPECT_EQ(report.problems.front().kind, Kind::payloadSizeWrong) << "the sum of the package's files";
+}
+
 // --- Rebuilding -----------------------------------------------------------------------------
 
 class CatalogRebuilderTest : public StoreFixture {
