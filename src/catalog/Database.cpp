@@ -89,9 +89,10 @@ std::optional<std::int64_t> fileSize(const std::string& path) {
 
 Database::FileState Database::inspectFile(const std::string& path) {
     UniqueFd fd(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
-    if (!fd) return errno == ENOENT ? FileState::absent : FileState::notADatabase;
+    // A file that cannot be read (permissions, say) is not judged here: SQLite's own error says why.
+    if (!fd) return errno == ENOENT ? FileState::absent : FileState::plausible;
     struct stat info {};
-    if (::fstat(fd.get(), &info) != 0) return FileState::notADatabase;
+    if (::fstat(fd.get(), &info) != 0) return FileState::plausible;
     const auto size = std::int64_t(info.st_size);
     if (size == 0) return FileState::empty;
     std::array<unsigned char, 100> header{};
