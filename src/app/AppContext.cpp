@@ -1,6 +1,8 @@
 #include "app/AppContext.h"
 
+#include "catalog/CatalogError.h"
 #include "platform/PathNames.h"
+#include "store/StoreSlots.h"
 
 namespace vosklin {
 
@@ -13,12 +15,34 @@ AppContext::AppContext(const std::optional<std::string>& homeOption, Logger& log
 
 std::string AppContext::homeDirectory() const { return processEnvironment("HOME").value_or(""); }
 
-bool AppContext::storeExists() { return fileSystem_.status(layout_.databasePath()).has_value(); }
+bool AppContext::storeExists() {
+    return fileSystem_.status(layout_.databasePath()).has_value() || StoreSlots(layout_, fileSystem_).any();
+}
+
+std::optional<std::string> AppContext::catalogDamage() {
+    const auto state = Database::inspectFile(layout_.databasePath());
+    switch (state) {
+        case Database::FileState::plausible: return std::nullopt;
+        case Database::FileState::absent:
+        case Database::FileState::empty:
+            if (!StoreSlots(layout_, fileSystem_).any()) return std::nullopt;  // a new store
+            return Database::describe(state) + " while the store holds versions";
+        case Database::FileState::notADatabase:
+        case Database::FileState::truncated: return Database::describe(state);
+    }
+    return std::nullopt;
+}
 
 VersionCatalog& AppContext::catalog() {
     if (!catalog_) {
+        if (auto damage = catalogDamage()) throw CatalogError::damaged(*damage);
         layout_.prepareDirectories();
-        catalog_ = std::make_unique<VersionCatalog>(layout_.databasePath());
+        try {
+            catalog_ = std::make_unique<VersionCatalog>(layout_.databasePath());
+        } catch (const DatabaseError& error) {
+            if (Database::isDamageCode(error.code())) throw CatalogError::damaged(error.message());
+            throw;
+        }
     }
     return *catalog_;
 }

@@ -40,9 +40,16 @@ public:
     VersionStoreLayout& layout() { return layout_; }
     std::string homeDirectory() const;
 
-    // Whether the catalog file exists: read-only commands do not create a store.
+    // Whether there is a store to read: a catalog file, or slots without one
+    // (whose catalog was lost; opening it then says so). Read-only commands do not create a store.
     bool storeExists();
-    // Opens (creating and migrating as needed) the catalog.
+    // Why the catalog cannot be opened as it stands, or nothing when it can be
+    // tried: an empty or missing file while the store holds versions (SQLite
+    // would take it for a new, empty catalog and the history would sit unused),
+    // a file that is not a database, or one cut short. Looks without opening it.
+    std::optional<std::string> catalogDamage();
+    // Opens (creating and migrating as needed) the catalog. A damaged catalog is
+    // never replaced: CatalogError::damaged, whose message says how to rebuild it.
     VersionCatalog& catalog();
     CaptureService& captureService();
     PayloadCloner& cloner();

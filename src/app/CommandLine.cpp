@@ -5,6 +5,7 @@
 #include <string>
 
 #include "app/AppContext.h"
+#include "app/CheckCommand.h"
 #include "app/CommandError.h"
 #include "app/DaemonClient.h"
 #include "app/DaemonEndpoint.h"
@@ -18,6 +19,7 @@
 #include "app/VersionsCommand.h"
 #include "app/VosklinVersion.h"
 #include "catalog/CatalogError.h"
+#include "catalog/Database.h"
 
 namespace vosklin {
 
@@ -48,6 +50,17 @@ int CommandLine::run(int argc, char** argv) {
     addJson(status);
     status->footer("Exit status is 1 when the store exists but cannot be used (for example when a newer\n"
                    "Vosklin wrote it).");
+
+    std::optional<std::string> checkFolder;
+    bool readData = false, rebuildCatalog = false, forceRebuild = false;
+    auto check = app.add_subcommand("check", "Prove that every version is in the store as recorded, or rebuild a lost catalog");
+    check->add_option("FOLDER", checkFolder, "Only this folder's versions (its path or id)");
+    check->add_flag("--read-data", readData, "Also re-hash every payload against its digest (reads everything)");
+    check->add_flag("--rebuild", rebuildCatalog, "Build a new catalog from the stored versions' sidecars");
+    check->add_flag("--force", forceRebuild, "With --rebuild: rebuild even a catalog that still opens");
+    addJson(check);
+    check->footer("Exit status 0 when everything holds (slots no version refers to are only noted), 1 when a\n"
+                  "problem was found. --rebuild sets the old catalog aside as index.sqlite.damaged-<time>.");
 
     auto folder = app.add_subcommand("folder", "Add, list, pause or remove watched folders");
     folder->require_subcommand(1);
@@ -197,6 +210,21 @@ int CommandLine::run(int argc, char** argv) {
             return 0;
         }
         if (status->parsed()) return StatusCommand(context).run(json, out_, err_);
+        if (check->parsed()) {
+            CheckCommand checks(context, out_, err_);
+            if (rebuildCatalog) {
+                if (checkFolder || readData) {
+                    err_ << "vosklin: --rebuild rebuilds the whole catalog; it takes no FOLDER or --read-data\n";
+                    return 2;
+                }
+                return checks.rebuild(forceRebuild, json);
+            }
+            if (forceRebuild) {
+                err_ << "vosklin: --force goes with --rebuild\n";
+                return 2;
+            }
+            return checks.check(checkFolder, readData, json);
+        }
         FolderCommand folders(context, out_);
         if (folderAdd->parsed()) return folders.add(folderPath, manual, json);
         if (folderList->parsed()) return folders.list(json);
@@ -232,6 +260,13 @@ int CommandLine::run(int argc, char** argv) {
             return 1;
         }
         err_ << "vosklin: " << error.what() << "\n";
+        return 1;
+    } catch (const DatabaseError& error) {
+        // Damage found by a query rather than at open is the same news, with the same way out.
+        if (Database::isDamageCode(error.code()))
+            err_ << "vosklin: " << CatalogError::damaged(error.message()).what() << "\n";
+        else
+            err_ << "vosklin: " << error.what() << "\n";
         return 1;
     } catch (const std::exception& error) {
         err_ << "vosklin: " << error.what() << "\n";

@@ -23,6 +23,7 @@ const char* stateName(StatusReport::StoreState state) {
         case StatusReport::StoreState::ready: return "ready";
         case StatusReport::StoreState::newer: return "newer";
         case StatusReport::StoreState::unavailable: return "unavailable";
+        case StatusReport::StoreState::damaged: return "damaged";
     }
     return "unknown";
 }
@@ -70,13 +71,19 @@ StatusReport StatusCommand::gather() {
         report.logicalBytes = totals.logicalBytes;
         report.storeState = StatusReport::StoreState::ready;
     } catch (const CatalogError& error) {
+        if (error.kind() == CatalogError::Kind::damaged) {
+            report.storeState = StatusReport::StoreState::damaged;
+            report.detail = error.what();
+            return report;
+        }
         if (error.kind() != CatalogError::Kind::storeIsNewerThanTheApp) throw;
         report.storeState = StatusReport::StoreState::newer;
         report.schemaVersion = error.storeVersion();
         report.detail = error.what();
     } catch (const DatabaseError& error) {
-        report.storeState = StatusReport::StoreState::unavailable;
-        report.detail = error.what();
+        const bool damaged = Database::isDamageCode(error.code());
+        report.storeState = damaged ? StatusReport::StoreState::damaged : StatusReport::StoreState::unavailable;
+        report.detail = damaged ? CatalogError::damaged(error.message()).what() : error.what();
     }
     return report;
 }
@@ -144,6 +151,9 @@ int StatusCommand::run(bool json, std::ostream& out, std::ostream& err) {
             case StatusReport::StoreState::unavailable:
                 out << " (unavailable)\n";
                 break;
+            case StatusReport::StoreState::damaged:
+                out << " (catalog damaged)\n";
+                break;
         }
         if (daemon) {
             out << "Daemon:    running (pid " << daemon->pid << ", API on 127.0.0.1:" << daemon->port << ")";
@@ -176,6 +186,8 @@ int StatusCommand::run(bool json, std::ostream& out, std::ostream& err) {
         err << "vosklin: the store was written by a newer Vosklin (schema " << *report.schemaVersion
             << "; this Vosklin reads up to " << report.supportedSchemaVersion
             << "). It was left untouched; update Vosklin to use it.\n";
+    } else if (report.storeState == StatusReport::StoreState::damaged) {
+        err << "vosklin: " << report.detail << "\n";
     } else if (report.storeState == StatusReport::StoreState::unavailable) {
         err << "vosklin: the store cannot be opened: " << report.detail << "\n";
     }

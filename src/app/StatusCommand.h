@@ -19,6 +19,7 @@ struct StatusReport {
         ready,
         newer,        // written by a newer Vosklin; left untouched
         unavailable,  // could not be opened (detail says why)
+        damaged,      // the catalog is damaged or lost while versions are stored (detail says how to rebuild)
     };
 
     std::string containerRoot;

@@ -11,6 +11,7 @@ public:
     enum class Kind {
         storeIsNewerThanTheApp,  // the store's schema is newer than this build knows
         fileNotFound,            // an operation was given a file id with no row
+        damaged,                 // the catalog file cannot be what this build wrote; it is left as it is
     };
 
     static CatalogError storeIsNewerThanTheApp(std::int32_t store, std::int32_t app) {
@@ -20,6 +21,14 @@ public:
     }
     static CatalogError fileNotFound(std::int64_t id) {
         return CatalogError(Kind::fileNotFound, 0, 0, id, "No tracked file with id " + std::to_string(id));
+    }
+
+    // `reason` says what is wrong ("the file is empty", "schema version -1"). The
+    // message tells the user how to recover, since the versions themselves are intact.
+    static CatalogError damaged(const std::string& reason) {
+        return CatalogError(Kind::damaged, 0, 0, 0,
+                            "The catalog is damaged (" + reason +
+                                "); run 'vosklin check --rebuild' to rebuild it from the stored versions");
     }
 
     Kind kind() const { return kind_; }

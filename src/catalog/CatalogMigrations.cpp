@@ -117,6 +117,8 @@ void CatalogMigrations::migrate(Database& database, const std::vector<std::strin
     const auto newest = std::int32_t(migrations.size());
     const std::int32_t version = database.userVersion();
     if (version > newest) throw CatalogError::storeIsNewerThanTheApp(version, newest);
+    // No build ever writes a negative version: the header was overwritten.
+    if (version < 0) throw CatalogError::damaged("schema version " + std::to_string(version));
     for (std::int32_t next = version + 1; next <= newest; ++next) {
         database.transaction([&] { database.execute(migrations[std::size_t(next - 1)]); });
         // Deliberately after the commit and outside the transaction; its failure is dropped.

@@ -25,6 +25,7 @@ public:
     // failing migration is rolled back and thrown; later ones are not tried.
     // A store newer than `migrations` is refused with
     // CatalogError::storeIsNewerThanTheApp and left untouched.
+    // A negative version, which no build writes, is CatalogError::damaged.
     // `onApplied` hears each version reached, in order.
     static void migrate(Database& database, const std::vector<std::string>& migrations = standard(),
                         const std::function<void(std::int32_t)>& onApplied = nullptr);

@@ -1,6 +1,15 @@
 #include "catalog/Database.h"
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <cstring>
 #include <memory>
+
+#include "platform/UniqueFd.h"
 
 namespace vosklin {
 
@@ -61,6 +70,63 @@ Database::Database(const std::string& path) {
 }
 
 Database::~Database() { close(); }
+
+namespace {
+
+std::uint32_t bigEndian(const unsigned char* bytes, int count) {
+    std::uint32_t value = 0;
+    for (int i = 0; i < count; ++i) value = (value << 8) | bytes[i];
+    return value;
+}
+
+std::optional<std::int64_t> fileSize(const std::string& path) {
+    struct stat info {};
+    if (::stat(path.c_str(), &info) != 0) return std::nullopt;
+    return std::int64_t(info.st_size);
+}
+
+}  // namespace
+
+Database::FileState Database::inspectFile(const std::string& path) {
+    UniqueFd fd(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    // A file that cannot be read (permissions, say) is not judged here: SQLite's own error says why.
+    if (!fd) return errno == ENOENT ? FileState::absent : FileState::plausible;
+    struct stat info {};
+    if (::fstat(fd.get(), &info) != 0) return FileState::plausible;
+    const auto size = std::int64_t(info.st_size);
+    if (size == 0) return FileState::empty;
+    std::array<unsigned char, 100> header{};
+    if (size < std::int64_t(header.size()) || ::pread(fd.get(), header.data(), header.size(), 0) != ssize_t(header.size()))
+        return FileState::notADatabase;
+    if (std::memcmp(header.data(), "SQLite format 3", 16) != 0) return FileState::notADatabase;
+    std::int64_t pageSize = bigEndian(&header[16], 2);
+    if (pageSize == 1) pageSize = 65536;
+    if (pageSize < 512 || (pageSize & (pageSize - 1)) != 0) return FileState::notADatabase;
+    // A log with frames in it may hold pages the file lacks; SQLite itself judges that case.
+    if (fileSize(path + "-wal").value_or(0) > 0) return FileState::plausible;
+    if (size % pageSize != 0) return FileState::truncated;
+    // The page count in the header counts only when the change counter vouches for it.
+    const std::uint32_t pages = bigEndian(&header[28], 4);
+    const bool countValid = pages != 0 && bigEndian(&header[24], 4) == bigEndian(&header[92], 4);
+    if (countValid && size < std::int64_t(pages) * pageSize) return FileState::truncated;
+    return FileState::plausible;
+}
+
+std::string Database::describe(FileState state) {
+    switch (state) {
+        case FileState::absent: return "the file is missing";
+        case FileState::empty: return "the file is empty";
+        case FileState::notADatabase: return "the file is not a database";
+        case FileState::truncated: return "the file is cut short";
+        case FileState::plausible: return "the file looks sound";
+    }
+    return "unknown";
+}
+
+bool Database::isDamageCode(std::int32_t code) {
+    const int primary = code & 0xff;
+    return primary == SQLITE_NOTADB || primary == SQLITE_CORRUPT;
+}
 
 void Database::close() noexcept {
     if (handle_) {

@@ -51,6 +51,16 @@ public:
 
     explicit Database(const std::string& path);
     ~Database();
+
+    // What a database file looks like from its size and 100-byte header, read
+    // before SQLite opens it (SQLite takes an empty file for a new database).
+    // `truncated` is only said when no write-ahead log could supply the pages.
+    enum class FileState { absent, empty, notADatabase, truncated, plausible };
+    static FileState inspectFile(const std::string& path);
+    // "the file is empty", ...: why a state other than plausible cannot be used.
+    static std::string describe(FileState state);
+    // Whether a result code says the file is not (or no longer) a sound database.
+    static bool isDamageCode(std::int32_t code);
     Database(const Database&) = delete;
     Database& operator=(const Database&) = delete;
 

@@ -782,4 +782,60 @@ std::vector<std::string> VersionCatalog::forgetFolder(const std::string& folderI
     });
 }
 
+// --- Checking and rebuilding --------------------------------------------------
+
+std::vector<PlacedVersion> VersionCatalog::placedVersions(const std::optional<std::string>& folderID) {
+    Guard guard(lock_);
+    std::string columns = "v." + versionColumns;
+    for (std::size_t at = columns.find(", "); at != std::string::npos; at = columns.find(", ", at + 2))
+        columns.insert(at + 2, "v.");
+    std::string sql = "SELECT " + columns + ", COALESCE(v.folder_id, f.folder_id), v.rel_path FROM versions v "
+                      "LEFT JOIN files f ON f.id = v.file_id";
+    std::vector<Value> values;
+    if (folderID) {
+        sql += " WHERE COALESCE(v.folder_id, f.folder_id) = ?";
+        values.push_back(*folderID);
+    }
+    sql += " ORDER BY v.id";
+    std::vector<PlacedVersion> placed;
+    database_.query(sql, values, [&](const DatabaseRow& row) {
+        placed.push_back({readVersion(row), row.optionalText(13), row.optionalText(14)});
+    });
+    return placed;
+}
+
+void VersionCatalog::insertRecovered(const RecoveredHistory& history) {
+    Guard guard(lock_);
+    database_.transaction([&] {
+        for (const auto& file : history.files) {
+            database_.run(
+                "INSERT INTO files (id, folder_id, rel_path, inode, is_package, ext, deleted_at) "
+                "VALUES (?, ?, ?, ?, ?, ?, ?)",
+                {integer(file.id), file.folderID, file.relativePath, inodeValue(file.inode), boolean(file.isPackage),
+                 optionalValue(file.fileExtension), optionalValue(file.deletedAt)});
+            if (file.deletedAt)
+                database_.run("INSERT INTO file_events (file_id, folder_id, at, kind) VALUES (?, ?, ?, 'deleted')",
+                              {integer(file.id), file.folderID, *file.deletedAt});
+            database_.run(
+                "INSERT INTO watch_state (folder_id, baseline_done) VALUES (?, 1) "
+                "ON CONFLICT(folder_id) DO UPDATE SET baseline_done = 1",
+                {file.folderID});
+        }
+        for (const auto& version : history.versions) {
+            database_.run(
+                "INSERT INTO versions (file_id, captured_at, digest, logical_bytes, slot, payload_name, method, "
+                "verified, starred, source, batch_id, replaced, folder_id, rel_path) VALUES (?, ?, ?, ?, ?, ?, ?, ?, "
+                "0, ?, NULL, 0, (SELECT folder_id FROM files WHERE id = ?), ?)",
+                {integer(version.fileID), version.capturedAt, version.digest, integer(version.logicalBytes),
+                 version.slot, version.payloadName, std::string(toString(version.method)),
+                 boolean(version.isVerified), std::string(toString(version.source)), integer(version.fileID),
+                 version.relativePath});
+        }
+        // The dedupe gate: each file's newest contents.
+        database_.run(
+            "UPDATE files SET last_digest = (SELECT digest FROM versions WHERE file_id = files.id "
+            "ORDER BY captured_at DESC, id DESC LIMIT 1)");
+    });
+}
+
 }  // namespace vosklin

@@ -15,6 +15,8 @@
 #include "catalog/FileStateAt.h"
 #include "catalog/MomentMark.h"
 #include "catalog/NewVersion.h"
+#include "catalog/PlacedVersion.h"
+#include "catalog/RecoveredHistory.h"
 #include "catalog/RecentFile.h"
 #include "catalog/StoredVersion.h"
 #include "catalog/TrackedFile.h"
@@ -175,6 +177,15 @@ public:
     // Deletes all history of a folder, in one transaction. Returns the slots the
     // caller must remove from the store.
     std::vector<std::string> forgetFolder(const std::string& folderID);
+
+    // --- Checking and rebuilding ----------------------------------------------------
+    // Every version (of one folder, when given) with its folder and path at
+    // capture, in id order.
+    std::vector<PlacedVersion> placedVersions(const std::optional<std::string>& folderID = std::nullopt);
+    // Writes recovered files and versions into this (new, empty) catalog in one
+    // transaction, with each file's last digest taken from its newest version and
+    // each folder marked as having its baseline. All or nothing.
+    void insertRecovered(const RecoveredHistory& history);
 
 private:
     std::vector<TrackedFile> queryFiles(const std::string& sql, const std::vector<Database::Value>& values);

@@ -1,5 +1,6 @@
 #include "store/VersionSidecar.h"
 
+#include <algorithm>
 #include <cmath>
 #include <nlohmann/json.hpp>
 
@@ -23,6 +24,28 @@ std::string VersionSidecar::encode() const {
     return json.dump(2) + "\n";
 }
 
+namespace {
+
+bool isDigest(std::string_view text) {
+    return text.size() == 64 &&
+           std::all_of(text.begin(), text.end(), [](char c) { return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'f'); });
+}
+
+// What a rebuilt catalog will trust is checked here: the payload's name must
+// stay inside its slot, and the digest must be one a payload can have.
+void requireSound(const VersionSidecar& sidecar) {
+    if (sidecar.version != 1) throw SidecarError("Unknown sidecar format " + std::to_string(sidecar.version));
+    if (!isAbsolutePath(sidecar.originalPath)) throw SidecarError("originalPath is not an absolute path");
+    if (!isDigest(sidecar.digest)) throw SidecarError("digest is not 64 lowercase hexadecimal characters");
+    if (sidecar.logicalBytes < 0) throw SidecarError("logicalBytes is negative");
+    const std::string& name = sidecar.payloadName;
+    if (name.empty() || name == "." || name == ".." || name.find('/') != std::string::npos ||
+        name.find('\0') != std::string::npos)
+        throw SidecarError("payloadName is not a single file name");
+}
+
+}  // namespace
+
 VersionSidecar VersionSidecar::decode(std::string_view text) {
     try {
         auto json = nlohmann::json::parse(text);
@@ -34,9 +57,12 @@ VersionSidecar VersionSidecar::decode(std::string_view text) {
         sidecar.capturedAt = *instant;
         sidecar.digest = json.at("digest").get<std::string>();
         sidecar.logicalBytes = json.at("logicalBytes").get<std::int64_t>();
-        sidecar.method = cloneMethodFromString(json.at("method").get<std::string>());
+        const std::string method = json.at("method").get<std::string>();
+        sidecar.method = cloneMethodFromString(method);
+        if (toString(sidecar.method) != method) throw SidecarError("Unknown method \"" + method + "\"");
         sidecar.verified = json.at("verified").get<bool>();
         sidecar.payloadName = getPath(json, "payloadName");
+        requireSound(sidecar);
         return sidecar;
     } catch (const nlohmann::json::exception& error) {
         throw SidecarError(std::string("Not a version sidecar: ") + error.what());

@@ -35,7 +35,10 @@ struct VersionSidecar {
     std::string payloadName;
 
     std::string encode() const;
-    // Reads what encode writes. Throws SidecarError on anything else.
+    // Reads what encode writes. Throws SidecarError on anything else, and on a
+    // sidecar whose values no capture writes: another format version, a
+    // relative originalPath, a digest that is not 64 lowercase hex characters, a
+    // negative size, an unknown method, or a payloadName that is not one name.
     static VersionSidecar decode(std::string_view json);
 
     // Writes slotDirectory + "/vosklin-version.json" atomically; errors are thrown.

@@ -97,5 +97,61 @@ TEST(StatusCommandTest, StoreFromANewerVosklinIsReportedAndLeftAlone) {
     EXPECT_EQ(database.scalar("SELECT COUNT(*) FROM sqlite_master WHERE name = 'files'"), 0) << "not migrated";
 }
 
+// A catalog that cannot be what Vosklin wrote, beside stored versions, is named
+// as damaged by every command that opens it, with the way out, and is never
+// replaced or altered: a fresh catalog over it would leave the history unused.
+struct CatalogDamage {
+    const char* name;
+    void (*apply)(const std::string& catalog);
+};
+
+class DamagedCatalogTest : public ::testing::TestWithParam<CatalogDamage> {};
+
+TEST_P(DamagedCatalogTest, IsReportedWithTheWayOutAndLeftAsItIs) {
+    TempDirectory home, watched;
+    const std::string root = std::filesystem::canonical(watched.path()).string();
+    watched.write("a.txt", "kept");
+    ASSERT_EQ(test::runInHome(home.path(), {"folder", "add", root}).exitStatus, 0);
+    ASSERT_EQ(test::runInHome(home.path(), {"scan", root}).exitStatus, 0);
+    const std::string catalog = home / "store/index.sqlite";
+    GetParam().apply(catalog);
+    const bool existed = std::filesystem::exists(catalog);
+    const std::string before = existed ? test::readFile(catalog) : "";
+
+    auto status = test::runInHome(home.path(), {"status"});
+    EXPECT_EQ(status.exitStatus, 1);
+    EXPECT_NE(status.out.find("(catalog damaged)"), std::string::npos) << status.out;
+    EXPECT_TRUE(status.err.starts_with("vosklin: The catalog is damaged (")) << status.err;
+    EXPECT_TRUE(status.err.ends_with(
+        "; run 'vosklin check --rebuild' to rebuild it from the stored versions\n")) << status.err;
+    auto json = nlohmann::json::parse(test::runInHome(home.path(), {"status", "--json"}).out);
+    EXPECT_EQ(json["store"], "damaged");
+    auto versions = test::runInHome(home.path(), {"versions", root + "/a.txt"});
+    EXPECT_EQ(versions.exitStatus, 1);
+    EXPECT_EQ(versions.err, status.err) << "every command says the same";
+
+    ASSERT_EQ(std::filesystem::exists(catalog), existed);
+    if (existed) {
+        EXPECT_EQ(test::readFile(catalog), before) << "left exactly as it was";
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Cases, DamagedCatalogTest,
+    ::testing::Values(
+        CatalogDamage{"Emptied", [](const std::string& catalog) { std::filesystem::resize_file(catalog, 0); }},
+        CatalogDamage{"Lost", [](const std::string& catalog) { std::filesystem::remove(catalog); }},
+        CatalogDamage{"CutShort",
+                      [](const std::string& catalog) {
+                          std::filesystem::resize_file(catalog, std::filesystem::file_size(catalog) / 2);
+                      }},
+        CatalogDamage{"Overwritten",
+                      [](const std::string& catalog) {
+                          test::writeFile(catalog, std::string(4096, 'x'));
+                      }},
+        CatalogDamage{"NegativeSchemaVersion",
+                      [](const std::string& catalog) { Database(catalog).execute("PRAGMA user_version = -1"); }}),
+    [](const auto& param) { return std::string(param.param.name); });
+
 }  // namespace
 }  // namespace vosklin

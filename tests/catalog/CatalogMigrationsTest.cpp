@@ -73,28 +73,49 @@ TEST(CatalogMigrationsTest, VersionFourStoreGetsFiveToEightAndLosesRetiredRewind
     EXPECT_EQ(database.scalar("SELECT replaced FROM versions"), 0) << "the new column defaults for old rows";
 }
 
-TEST(CatalogMigrationsTest, StoreFromANewerBuildIsRefusedAndLeftUntouched) {
+// A version outside 0...8 is never migrated: a newer one is named as such, an
+// impossible one (negative, which no build writes) is a damaged catalog.
+struct ForeignVersionCase {
+    std::int32_t version;
+    CatalogError::Kind expected;
+};
+
+class ForeignSchemaVersionTest : public ::testing::TestWithParam<ForeignVersionCase> {};
+
+TEST_P(ForeignSchemaVersionTest, IsRefusedAndLeftUntouched) {
+    const auto [version, expected] = GetParam();
     TempDirectory directory;
     const std::string path = directory / "index.sqlite";
     std::string before;
     {
         Database database(path);
-        database.execute("CREATE TABLE future (x); INSERT INTO future VALUES ('kept'); PRAGMA user_version = 9;");
+        database.execute("CREATE TABLE future (x); INSERT INTO future VALUES ('kept'); PRAGMA user_version = " +
+                         std::to_string(version));
         before = schemaDump(database);
     }
     try {
         VersionCatalog catalog(path);
-        FAIL() << "a version 9 store must be refused";
+        FAIL() << "version " << version << " must be refused";
     } catch (const CatalogError& error) {
-        EXPECT_EQ(error.kind(), CatalogError::Kind::storeIsNewerThanTheApp);
-        EXPECT_EQ(error.storeVersion(), 9);
-        EXPECT_EQ(error.appVersion(), 8);
+        EXPECT_EQ(error.kind(), expected);
+        if (expected == CatalogError::Kind::storeIsNewerThanTheApp) {
+            EXPECT_EQ(error.storeVersion(), version);
+            EXPECT_EQ(error.appVersion(), 8);
+        } else {
+            EXPECT_NE(std::string(error.what()).find("vosklin check --rebuild"), std::string::npos) << error.what();
+        }
     }
     Database database(path);
-    EXPECT_EQ(database.userVersion(), 9);
+    EXPECT_EQ(database.userVersion(), version);
     EXPECT_EQ(schemaDump(database), before);
     EXPECT_EQ(database.scalar("SELECT COUNT(*) FROM future WHERE x = 'kept'"), 1);
 }
+
+INSTANTIATE_TEST_SUITE_P(Versions, ForeignSchemaVersionTest,
+                         ::testing::Values(ForeignVersionCase{9, CatalogError::Kind::storeIsNewerThanTheApp},
+                                           ForeignVersionCase{INT32_MAX, CatalogError::Kind::storeIsNewerThanTheApp},
+                                           ForeignVersionCase{-1, CatalogError::Kind::damaged},
+                                           ForeignVersionCase{INT32_MIN, CatalogError::Kind::damaged}));
 
 TEST(CatalogMigrationsTest, FailingMigrationLeavesSchemaAndVersionAsAfterThePreviousOne) {
     TempDirectory directory;

@@ -60,13 +60,50 @@ TEST(VersionSidecarTest, PathsThatAreNotUtf8RoundTripExactly) {
     EXPECT_EQ(VersionSidecar::decode(text), sidecar);
 }
 
-TEST(VersionSidecarTest, DecoderRefusesWhatIsNotASidecar) {
-    EXPECT_THROW(VersionSidecar::decode("not json"), SidecarError);
-    EXPECT_THROW(VersionSidecar::decode("{\"version\": 1}"), SidecarError);
+// Each case changes one thing in a good sidecar's text; a catalog rebuilt from
+// sidecars must never take a payload name that leaves its slot.
+struct RefusedSidecar {
+    const char* why;
+    std::string from;
+    std::string to;
+};
+
+class SidecarDecoderRefusalTest : public ::testing::TestWithParam<RefusedSidecar> {};
+
+TEST_P(SidecarDecoderRefusalTest, Refuses) {
+    const auto& refused = GetParam();
     std::string text = sample().encode();
-    text.replace(text.find("2025-03-01T14:32:05Z"), 20, "yesterday, teatime!!");
-    EXPECT_THROW(VersionSidecar::decode(text), SidecarError);
+    if (refused.from.empty()) {
+        text = refused.to;
+    } else {
+        const auto at = text.find(refused.from);
+        ASSERT_NE(at, std::string::npos) << refused.from << " in\n" << text;
+        text.replace(at, refused.from.size(), refused.to);
+    }
+    EXPECT_THROW(VersionSidecar::decode(text), SidecarError) << refused.why << ":\n" << text;
 }
+
+INSTANTIATE_TEST_SUITE_P(
+    Cases, SidecarDecoderRefusalTest,
+    ::testing::Values(
+        RefusedSidecar{"not JSON", "", "not json"}, RefusedSidecar{"keys missing", "", "{\"version\": 1}"},
+        RefusedSidecar{"instant", "2025-03-01T14:32:05Z", "yesterday, teatime!!"},
+        RefusedSidecar{"parent in payload name", "\"payloadName\": \"Résumé", "\"payloadName\": \"../../Résumé"},
+        RefusedSidecar{"path in payload name", "\"payloadName\": \"Résumé", "\"payloadName\": \"sub/Résumé"},
+        RefusedSidecar{"dot-dot payload name", "\"payloadName\": \"Résumé – 2025.docx\"", "\"payloadName\": \"..\""},
+        RefusedSidecar{"empty payload name", "\"payloadName\": \"Résumé – 2025.docx\"", "\"payloadName\": \"\""},
+        RefusedSidecar{"short digest", std::string(64, 'a'), std::string(63, 'a')},
+        RefusedSidecar{"upper-case digest", std::string(64, 'a'), std::string(64, 'A')},
+        RefusedSidecar{"negative size", "48213", "-1"},
+        RefusedSidecar{"unknown method", "\"cloned\"", "\"teleported\""},
+        RefusedSidecar{"newer format", "\"version\": 1", "\"version\": 2"},
+        RefusedSidecar{"relative original path", "\"/home/ana", "\"home/ana"}),
+    [](const auto& param) {
+        std::string name = param.param.why;
+        for (char& c : name)
+            if (!std::isalnum(static_cast<unsigned char>(c))) c = '_';
+        return name;
+    });
 
 TEST(VersionSidecarTest, WrittenAtomicallyBesideThePayload) {
     TempDirectory slot;
