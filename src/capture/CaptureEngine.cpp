@@ -212,7 +212,25 @@ void CaptureEngine::tombstone(const WatchTarget& target, const std::string& path
 void CaptureEngine::handleRecords(std::vector<FSEventRecord> records) {
     std::vector<FSEventRecord> changes;
     changes.reserve(records.size());
+    auto change = [&](const std::string& path, std::uint32_t flags) {
+        FSEventRecord record;
+        record.path = path;
+        record.flags = flags;
+        changes.push_back(std::move(record));
+    };
     for (auto& record : records) {
+        if (record.has(FSEventFlag::mustScanSubDirs)) {
+            if (coordinator_->isSuppressed(record.path)) continue;
+            // A package that moved in is one unit; a plain folder is crawled as a whole.
+            if (auto unit = coordinator_->unitFor(record.path); unit && unit->isPackage) {
+                change(record.path, FSEventFlag::created);
+            } else if (const WatchTarget* target = targetFor(record.path)) {
+                c_.logger.info(std::string("FSEvents asked for a full rescan: ") +
+                               toString(RescanReason::mustScanSubDirs));
+                queueCrawl(target->folderID, toString(RescanReason::mustScanSubDirs), record.path);
+            }
+            continue;
+        }
         if (!record.has(FSEventFlag::renamed)) {
             changes.push_back(std::move(record));
             continue;
@@ -221,9 +239,26 @@ void CaptureEngine::handleRecords(std::vector<FSEventRecord> records) {
         std::string from, to;
         if (!target || !relativeTo(target->root, record.previousPath, from) || !relativeTo(target->root, record.path, to))
             continue;
+        // Vosklin's own swap (a restore or rewind putting content back) moves nothing.
+        if (coordinator_->isSuppressed(record.previousPath) || coordinator_->isSuppressed(record.path)) continue;
+        const bool isDirectory = record.has(FSEventFlag::isDirectory);
+        // Not a move of history: a rename to a name that is never tracked (the
+        // backup "name~" of an editor, an excluded folder), or away from a path
+        // that holds a file again by now (a backup renamed aside, the new content
+        // written in its place). The old path keeps its row: it is captured again,
+        // or tombstoned if it stays empty; what the new name holds is its own file.
+        const bool toUntracked = isDirectory ? coordinator_->isExcluded(record.path)
+                                             : !coordinator_->unitFor(record.path).has_value();
+        const bool fromOccupied = !isDirectory && c_.fileSystem.linkStatus(record.previousPath).has_value();
+        if (toUntracked || fromOccupied) {
+            change(record.previousPath, fromOccupied ? FSEventFlag::modified
+                                                     : FSEventFlag::removed | (record.flags & FSEventFlag::isDirectory));
+            if (!toUntracked) change(record.path, FSEventFlag::modified);
+            continue;
+        }
         const double now = c_.clock.now();
         try {
-            if (record.has(FSEventFlag::isDirectory)) {
+            if (isDirectory) {
                 // History follows every file of a moved folder; contents did not change.
                 auto moved = c_.catalog.renameTree(target->folderID, from, to, now);
                 std::lock_guard guard(lock_);
@@ -247,9 +282,7 @@ void CaptureEngine::handleRecords(std::vector<FSEventRecord> records) {
                     }
                 }
                 // Its content may be new (an application saving by rename): the capture's digest decides.
-                FSEventRecord change = record;
-                change.flags = FSEventFlag::modified;
-                changes.push_back(std::move(change));
+                change(record.path, FSEventFlag::modified);
             }
         } catch (const std::exception& error) {
             c_.logger.error(std::string("Rename failed: ") + error.what());
@@ -352,27 +385,28 @@ void CaptureEngine::loop() {
     }
 }
 
-void CaptureEngine::queueCrawl(const std::string& folderID, const std::string& reason) {
+void CaptureEngine::queueCrawl(const std::string& folderID, const std::string& reason, const std::string& subtree) {
     std::lock_guard guard(lock_);
-    // One queued crawl per folder is enough: it will see everything.
+    // One queued crawl of a folder is enough: it will see everything (of its subtree).
     for (const auto& queued : crawls_)
-        if (queued.first == folderID) return;
-    crawls_.emplace_back(folderID, reason);
+        if (queued.folderID == folderID && (queued.subtree.empty() || queued.subtree == subtree)) return;
+    crawls_.push_back({folderID, reason, subtree});
     changed_.notify_all();
 }
 
-void CaptureEngine::runCrawl(const std::string& folderID, const std::string& reason,
-                             CrawlCancellation& cancellation) {
+void CaptureEngine::runCrawl(const QueuedCrawl& queued, CrawlCancellation& cancellation) {
     WatchedFolder folder;
     try {
-        folder = c_.folders.require(folderID);
+        folder = c_.folders.require(queued.folderID);
     } catch (const std::exception&) {
         return;  // removed since it was queued
     }
+    CrawlOptions options;
+    if (!queued.subtree.empty() && !relativeTo(folder.path, queued.subtree, options.subtree)) return;
     try {
         FolderWalker walker = makeWalker();
         ReconciliationCrawler crawler(c_.catalog, c_.capture, walker, c_.fileSystem, c_.clock, c_.logger);
-        auto report = crawler.crawl(folder, reason, cancellation);
+        auto report = crawler.crawl(folder, queued.reason, cancellation, options);
         std::lock_guard guard(lock_);
         stats_.stored += report.captured;
         stats_.tombstoned += report.tombstoned;
@@ -385,7 +419,7 @@ void CaptureEngine::runCrawl(const std::string& folderID, const std::string& rea
 
 void CaptureEngine::crawlLoop() {
     while (running_) {
-        std::pair<std::string, std::string> next;
+        QueuedCrawl next;
         std::shared_ptr<CrawlCancellation> cancellation;
         {
             std::unique_lock guard(lock_);
@@ -397,7 +431,7 @@ void CaptureEngine::crawlLoop() {
             stats_.isCrawling = true;
             cancellation = crawlCancellation_ = std::make_shared<CrawlCancellation>();
         }
-        runCrawl(next.first, next.second, *cancellation);
+        runCrawl(next, *cancellation);
         {
             std::lock_guard guard(lock_);
             crawling_ = false;
@@ -409,7 +443,7 @@ void CaptureEngine::crawlLoop() {
 
 void CaptureEngine::runQueuedCrawls() {
     for (;;) {
-        std::pair<std::string, std::string> next;
+        QueuedCrawl next;
         {
             std::lock_guard guard(lock_);
             if (crawls_.empty()) return;
@@ -417,7 +451,7 @@ void CaptureEngine::runQueuedCrawls() {
             crawls_.pop_front();
         }
         CrawlCancellation cancellation;
-        runCrawl(next.first, next.second, cancellation);
+        runCrawl(next, cancellation);
     }
 }
 

@@ -34,7 +34,7 @@ namespace vosklin {
 // and queues a start-up crawl of every recording folder, which is what
 // catches up with changes made while Vosklin was not running. While running:
 // a tick every 0.5 s takes the watcher's records (renames move history,
-// deletions tombstone it), flushes the settled units and captures them with
+// deletions tombstone it; see handleRecords for when a rename is no move), flushes the settled units and captures them with
 // source "watcher"; a checkpoint every 60 s saves each folder's event id; the
 // folder list is re-read when it changes; folder access is re-checked every
 // 6 hours; folders the watcher could not fully watch are crawled every 5
@@ -116,8 +116,13 @@ private:
     void loop();
     void crawlLoop();
     void rebuildTargets();
-    void queueCrawl(const std::string& folderID, const std::string& reason);
-    void runCrawl(const std::string& folderID, const std::string& reason, CrawlCancellation& cancellation);
+    struct QueuedCrawl {
+        std::string folderID;
+        std::string reason;
+        std::string subtree;  // absolute; empty: the whole folder
+    };
+    void queueCrawl(const std::string& folderID, const std::string& reason, const std::string& subtree = "");
+    void runCrawl(const QueuedCrawl& crawl, CrawlCancellation& cancellation);
     void handleRecords(std::vector<FSEventRecord> records);
     void tombstone(const WatchTarget& target, const std::string& path);
     const WatchTarget* targetFor(const std::string& path) const;
@@ -147,7 +152,7 @@ private:
     std::uint64_t taken_ = 0;       // records a tick has taken so far
     double lastTakeAt_ = 0;         // when the latest tick took its records
     std::optional<double> oldestPending_;
-    std::deque<std::pair<std::string, std::string>> crawls_;  // (folder id, reason)
+    std::deque<QueuedCrawl> crawls_;
     bool crawling_ = false;
     Stats stats_;
     std::set<std::string> unreachable_;

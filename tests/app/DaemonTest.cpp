@@ -293,17 +293,29 @@ TEST_F(DaemonTest, FolderMovedInIsCapturedAndDeletionsAreRecorded) {
     watched.write("stays.txt", "stays");
     outside.write("arriving/p.txt", "comes in");
     outside.write("arriving/q/r.txt", "comes in, nested");
+    outside.write("Arriving.rtfd/TXT.rtf", "a package comes in");
     DaemonProcess daemon(home.path(), {root});
     ASSERT_TRUE(daemon.start());
     settle();
     ASSERT_EQ(totalVersions(), 4);
 
+    // A folder moved in is rescanned as a whole, not reported file by file;
+    // a package moved in is one unit like any other.
     fs::rename(elsewhere + "/arriving", root + "/arriving");
+    fs::rename(elsewhere + "/Arriving.rtfd", root + "/Arriving.rtfd");
     settle();
     for (const std::string path : {"arriving/p.txt", "arriving/q/r.txt"}) {
         auto versions = versionsOf(root + "/" + path);
         ASSERT_EQ(versions.size(), 1u) << path;
-        EXPECT_EQ(versions[0]["source"], "watcher") << path;
+        EXPECT_EQ(versions[0]["source"], "crawl") << path;
+    }
+    auto package = historyOf(root + "/Arriving.rtfd");
+    EXPECT_EQ(package["file"]["isPackage"], true);
+    ASSERT_EQ(package["versions"].size(), 1u);
+    EXPECT_EQ(package["versions"][0]["source"], "watcher");
+    if (!fs::exists("/run/systemd/journal/socket")) {  // else the log line went to the journal
+        EXPECT_NE(daemon.standardError().find("FSEvents asked for a full rescan: mustScanSubDirs"), std::string::npos)
+            << daemon.standardError();
     }
 
     fs::remove(root + "/doomed.txt");
@@ -315,8 +327,8 @@ TEST_F(DaemonTest, FolderMovedInIsCapturedAndDeletionsAreRecorded) {
 
     EXPECT_TRUE(historyOf(root + "/stays.txt")["file"]["deletedAt"].is_null());
     auto status = jsonOf({"status"});
-    EXPECT_EQ(status["versions"], 6);
-    EXPECT_EQ(status["liveFiles"], 3) << "stays.txt and the two arrivals";
+    EXPECT_EQ(status["versions"], 7);
+    EXPECT_EQ(status["liveFiles"], 4) << "stays.txt and the three arrivals";
     EXPECT_EQ(daemon.stop(), 0);
 }
 
