@@ -16,6 +16,9 @@ constexpr double tickInterval = 0.5;
 constexpr double checkpointInterval = 60;
 constexpr double heartbeatInterval = 21'600;
 constexpr double degradedCrawlInterval = 300;
+// A path that holds a file again this soon after a rename took its history away
+// (a backup renamed aside, then the new content written in its place) takes it back.
+constexpr double comeBackWindow = 5;
 
 bool isReserved(const std::string& path, const std::string& home) {
     if (path == "/" || (!home.empty() && path == home)) return true;
@@ -209,6 +212,29 @@ void CaptureEngine::tombstone(const WatchTarget& target, const std::string& path
     }
 }
 
+std::optional<std::string> CaptureEngine::bringBack(const WatchTarget& target, const std::string& path) {
+    auto found = movedAway_.find(path);
+    if (found == movedAway_.end()) return std::nullopt;
+    const MovedAway moved = found->second;
+    movedAway_.erase(found);
+    std::string relative, movedTo;
+    if (!c_.fileSystem.linkStatus(path) || !relativeTo(target.root, path, relative) ||
+        !relativeTo(target.root, moved.to, movedTo))
+        return std::nullopt;
+    try {
+        auto row = c_.catalog.file(moved.fileID);
+        // Only a row still where the rename took it, with nothing tracked at its old path since.
+        if (!row || row->relativePath != movedTo || c_.catalog.fileAtPath(target.folderID, relative)) return std::nullopt;
+        auto extension = pathExtension(relative);
+        c_.catalog.recordRename(moved.fileID, relative,
+                                extension.empty() ? std::nullopt : std::optional<std::string>(extension), c_.clock.now());
+        return moved.to;
+    } catch (const std::exception& error) {
+        c_.logger.error(std::string("Rename failed: ") + error.what());
+        return std::nullopt;
+    }
+}
+
 void CaptureEngine::handleRecords(std::vector<FSEventRecord> records) {
     std::vector<FSEventRecord> changes;
     changes.reserve(records.size());
@@ -218,7 +244,17 @@ void CaptureEngine::handleRecords(std::vector<FSEventRecord> records) {
         record.flags = flags;
         changes.push_back(std::move(record));
     };
+    const double now = c_.clock.now();
+    std::erase_if(movedAway_, [&](const auto& entry) { return entry.second.at < now - comeBackWindow; });
+    // The path has a file again: a history that just left it comes back, and what
+    // the rename made of it (a kept backup) is a file of its own.
+    auto reoccupied = [&](const std::string& path) {
+        const WatchTarget* target = movedAway_.empty() ? nullptr : targetFor(path);
+        if (!target || coordinator_->isSuppressed(path)) return;
+        if (auto left = bringBack(*target, path)) change(*left, FSEventFlag::modified);
+    };
     for (auto& record : records) {
+        if (!record.has(FSEventFlag::removed) && !record.has(FSEventFlag::isDirectory)) reoccupied(record.path);
         if (record.has(FSEventFlag::mustScanSubDirs)) {
             if (coordinator_->isSuppressed(record.path)) continue;
             // A package that moved in is one unit; a plain folder is crawled as a whole.
@@ -256,7 +292,6 @@ void CaptureEngine::handleRecords(std::vector<FSEventRecord> records) {
             if (!toUntracked) change(record.path, FSEventFlag::modified);
             continue;
         }
-        const double now = c_.clock.now();
         try {
             if (isDirectory) {
                 // History follows every file of a moved folder; contents did not change.
@@ -272,6 +307,7 @@ void CaptureEngine::handleRecords(std::vector<FSEventRecord> records) {
                         c_.catalog.recordRename(source->id, to,
                                                 extension.empty() ? std::nullopt : std::optional<std::string>(extension),
                                                 now);
+                        movedAway_[record.previousPath] = {source->id, record.path, now};
                         std::lock_guard guard(lock_);
                         ++stats_.renamed;
                     } else {

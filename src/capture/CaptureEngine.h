@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <deque>
 #include <functional>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -124,6 +125,9 @@ private:
     void queueCrawl(const std::string& folderID, const std::string& reason, const std::string& subtree = "");
     void runCrawl(const QueuedCrawl& crawl, CrawlCancellation& cancellation);
     void handleRecords(std::vector<FSEventRecord> records);
+    // If a rename took the history of `path` away moments ago and `path` holds a
+    // file again, the history comes back to it; returns where it had gone.
+    std::optional<std::string> bringBack(const WatchTarget& target, const std::string& path);
     void tombstone(const WatchTarget& target, const std::string& path);
     const WatchTarget* targetFor(const std::string& path) const;
     WatchCoordinator::Settings coordinatorSettings();
@@ -156,6 +160,13 @@ private:
     bool crawling_ = false;
     Stats stats_;
     std::set<std::string> unreachable_;
+
+    struct MovedAway {
+        std::int64_t fileID = 0;
+        std::string to;  // absolute
+        double at = 0;
+    };
+    std::map<std::string, MovedAway> movedAway_;  // by the absolute path left; tick thread only
 
     std::shared_ptr<CrawlCancellation> crawlCancellation_;
     std::thread loopThread_;
