@@ -15,6 +15,7 @@
 #include <set>
 #include <thread>
 
+#include "app/LiveDaemonTest.h"
 #include "catalog/VersionCatalog.h"
 #include "platform/PosixFileSystem.h"
 #include "platform/Uuid.h"
@@ -28,7 +29,6 @@ namespace {
 
 namespace fs = std::filesystem;
 using nlohmann::json;
-using test::CommandResult;
 using test::DaemonProcess;
 using test::TempDirectory;
 
@@ -39,63 +39,14 @@ void append(const std::string& path, const std::string& text) {
     out << text;
 }
 
-class DaemonTest : public ::testing::Test {
+class DaemonTest : public test::LiveDaemonTest {
 protected:
-    void SetUp() override {
-        // A short merge window: a change settles in a tick or two instead of ten seconds.
-        test::writeFile(home / "settings.json", R"({"vosklin.mergeWindowSeconds": 0.2})");
-    }
-
-    CommandResult vosklin(std::vector<std::string> arguments) { return test::runInHome(home.path(), arguments); }
-
-    // A command that must succeed, with its JSON output.
-    json jsonOf(std::vector<std::string> arguments) { return test::jsonInHome(home.path(), arguments); }
-
-    void succeeds(const std::vector<std::string>& arguments) {
-        auto result = vosklin(arguments);
-        EXPECT_EQ(result.exitStatus, 0) << arguments[0] << ": " << result.err;
-    }
-
-    // The barrier: everything changed before this call has been captured when it returns.
-    void settle() {
-        auto result = vosklin({"settle", "--timeout", "30"});
-        ASSERT_EQ(result.exitStatus, 0) << "settle: " << result.err;
-    }
-
-    // `versions --json` of a path: {"file": ..., "versions": [...]}.
-    json historyOf(const std::string& path) {
-        auto result = vosklin({"versions", path, "--json"});
-        EXPECT_EQ(result.exitStatus, 0) << path << ": " << result.err;
-        auto parsed = json::parse(result.out, nullptr, false);
-        return parsed.is_object() ? parsed : json{{"file", json::object()}, {"versions", json::array()}};
-    }
-    json versionsOf(const std::string& path) { return historyOf(path)["versions"]; }
-
-    // Vosklin has never kept anything of `path`.
-    void expectNoHistory(const std::string& path) {
-        auto result = vosklin({"versions", path, "--json"});
-        EXPECT_EQ(result.exitStatus, 1) << path << " has history: " << result.out;
-        EXPECT_NE(result.err.find("no history"), std::string::npos) << path << ": " << result.err;
-    }
-
-    void expectDeleted(const std::string& path) {
-        auto history = historyOf(path);
-        EXPECT_FALSE(history["file"].value("deletedAt", json()).is_null()) << path << ": " << history.dump();
-        EXPECT_FALSE(history["versions"].empty()) << path << " keeps its history";
-    }
-
-    std::int64_t totalVersions() { return jsonOf({"status"}).value("versions", std::int64_t(-1)); }
-
     json daemonFolder(const json& status, const std::string& path) {
         for (const auto& folder : status["daemon"].value("folders", json::array()))
             if (folder.value("path", "") == path) return folder;
         ADD_FAILURE() << "the daemon does not report " << path << ": " << status.dump();
         return json::object();
     }
-
-    TempDirectory home;
-    TempDirectory watched;
-    const std::string root = canonicalPath(watched);
 };
 
 TEST_F(DaemonTest, FileWrittenOnceIsOneVersionAndABurstOfAppendsIsOneMore) {

@@ -13,10 +13,7 @@
 #include <nlohmann/json.hpp>
 #include <set>
 
-#include "catalog/VersionCatalog.h"
-#include "platform/PosixFileSystem.h"
-#include "store/VersionStoreLayout.h"
-#include "support/CommandRunner.h"
+#include "app/LiveDaemonTest.h"
 #include "support/DaemonProcess.h"
 #include "support/TempDirectory.h"
 
@@ -123,44 +120,11 @@ const std::vector<SaveStrategy>& strategies() {
     return table;
 }
 
-class LiveHistoryTest : public ::testing::Test {
+class LiveHistoryTest : public test::LiveDaemonTest {
 protected:
-    void SetUp() override { test::writeFile(home / "settings.json", R"({"vosklin.mergeWindowSeconds": 0.2})"); }
-
-    test::CommandResult vosklin(std::vector<std::string> arguments) {
-        return test::runInHome(home.path(), arguments);
-    }
-
-    void settle() {
-        auto result = vosklin({"settle", "--timeout", "30"});
-        ASSERT_EQ(result.exitStatus, 0) << "settle: " << result.err;
-    }
-
-    json historyOf(const std::string& path) {
-        auto result = vosklin({"versions", path, "--json"});
-        EXPECT_EQ(result.exitStatus, 0) << path << ": " << result.err;
-        auto parsed = json::parse(result.out, nullptr, false);
-        return parsed.is_object() ? parsed : json{{"file", json::object()}, {"versions", json::array()}};
-    }
-
     std::string contentOf(const json& version) {
         return vosklin({"cat", std::to_string(version["id"].get<std::int64_t>())}).out;
     }
-
-    // Every row the catalog holds for the folder, live or deleted, by path.
-    std::set<std::string> rowPaths() {
-        PosixFileSystem fileSystem;
-        VersionCatalog catalog(VersionStoreLayout(home / "store", fileSystem).databasePath());
-        std::set<std::string> paths;
-        for (const auto& folder : test::jsonInHome(home.path(), {"folder", "list"}))
-            for (const auto& file : catalog.files(folder["id"].get<std::string>(), false))
-                paths.insert(file.relativePath + (file.deletedAt ? " (deleted)" : ""));
-        return paths;
-    }
-
-    TempDirectory home;
-    TempDirectory watched;
-    const std::string root = fs::canonical(watched.path()).string();
 };
 
 class SaveStrategiesTest : public LiveHistoryTest, public ::testing::WithParamInterface<SaveStrategy> {};
