@@ -15,6 +15,7 @@ packages=(
   libgtest-dev libgmock-dev libbenchmark-dev
   xfsprogs                        # reflink XFS images for the clone tests
   util-linux                      # losetup, mount
+  vim emacs-nox rsync sed         # real editors and copiers in the save-strategy tests
 )
 
 missing=()

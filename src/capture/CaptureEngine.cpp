@@ -17,6 +17,9 @@ constexpr double tickInterval = 0.5;
 constexpr double checkpointInterval = 60;
 constexpr double heartbeatInterval = 21'600;
 constexpr double degradedCrawlInterval = 300;
+// A path that holds a file again this soon after a rename took its history away
+// (a backup renamed aside, then the new content written in its place) takes it back.
+constexpr double comeBackWindow = 5;
 
 bool isReserved(const std::string& path, const std::string& home) {
     if (path == "/" || (!home.empty() && path == home)) return true;
@@ -233,10 +236,61 @@ void CaptureEngine::tombstone(const WatchTarget& target, const std::string& path
     }
 }
 
+std::optional<std::string> CaptureEngine::bringBack(const WatchTarget& target, const std::string& path) {
+    auto found = movedAway_.find(path);
+    if (found == movedAway_.end()) return std::nullopt;
+    const MovedAway moved = found->second;
+    movedAway_.erase(found);
+    std::string relative, movedTo;
+    if (!c_.fileSystem.linkStatus(path) || !relativeTo(target.root, path, relative) ||
+        !relativeTo(target.root, moved.to, movedTo))
+        return std::nullopt;
+    try {
+        auto row = c_.catalog.file(moved.fileID);
+        // Only a row still where the rename took it, with nothing tracked at its old path since.
+        if (!row || row->relativePath != movedTo || c_.catalog.fileAtPath(target.folderID, relative)) return std::nullopt;
+        auto extension = pathExtension(relative);
+        c_.catalog.recordRename(moved.fileID, relative,
+                                extension.empty() ? std::nullopt : std::optional<std::string>(extension), c_.clock.now());
+        return moved.to;
+    } catch (const std::exception& error) {
+        c_.logger.error(std::string("Rename failed: ") + error.what());
+        return std::nullopt;
+    }
+}
+
 void CaptureEngine::handleRecords(std::vector<FSEventRecord> records) {
     std::vector<FSEventRecord> changes;
     changes.reserve(records.size());
+    auto change = [&](const std::string& path, std::uint32_t flags) {
+        FSEventRecord record;
+        record.path = path;
+        record.flags = flags;
+        changes.push_back(std::move(record));
+    };
+    const double now = c_.clock.now();
+    std::erase_if(movedAway_, [&](const auto& entry) { return entry.second.at < now - comeBackWindow; });
+    // The path has a file again: a history that just left it comes back, and what
+    // the rename made of it (a kept backup) is a file of its own.
+    auto reoccupied = [&](const std::string& path) {
+        const WatchTarget* target = movedAway_.empty() ? nullptr : targetFor(path);
+        if (!target || coordinator_->isSuppressed(path)) return;
+        if (auto left = bringBack(*target, path)) change(*left, FSEventFlag::modified);
+    };
     for (auto& record : records) {
+        if (!record.has(FSEventFlag::removed) && !record.has(FSEventFlag::isDirectory)) reoccupied(record.path);
+        if (record.has(FSEventFlag::mustScanSubDirs)) {
+            if (coordinator_->isSuppressed(record.path)) continue;
+            // A package that moved in is one unit; a plain folder is crawled as a whole.
+            if (auto unit = coordinator_->unitFor(record.path); unit && unit->isPackage) {
+                change(record.path, FSEventFlag::created);
+            } else if (const WatchTarget* target = targetFor(record.path)) {
+                c_.logger.info(std::string("FSEvents asked for a full rescan: ") +
+                               toString(RescanReason::mustScanSubDirs));
+                queueCrawl(target->folderID, toString(RescanReason::mustScanSubDirs), record.path);
+            }
+            continue;
+        }
         if (!record.has(FSEventFlag::renamed)) {
             changes.push_back(std::move(record));
             continue;
@@ -245,9 +299,25 @@ void CaptureEngine::handleRecords(std::vector<FSEventRecord> records) {
         std::string from, to;
         if (!target || !relativeTo(target->root, record.previousPath, from) || !relativeTo(target->root, record.path, to))
             continue;
-        const double now = c_.clock.now();
+        // Vosklin's own swap (a restore or rewind putting content back) moves nothing.
+        if (coordinator_->isSuppressed(record.previousPath) || coordinator_->isSuppressed(record.path)) continue;
+        const bool isDirectory = record.has(FSEventFlag::isDirectory);
+        // Not a move of history: a rename to a name that is never tracked (the
+        // backup "name~" of an editor, an excluded folder), or away from a path
+        // that holds a file again by now (a backup renamed aside, the new content
+        // written in its place). The old path keeps its row: it is captured again,
+        // or tombstoned if it stays empty; what the new name holds is its own file.
+        const bool toUntracked = isDirectory ? coordinator_->isExcluded(record.path)
+                                             : !coordinator_->unitFor(record.path).has_value();
+        const bool fromOccupied = !isDirectory && c_.fileSystem.linkStatus(record.previousPath).has_value();
+        if (toUntracked || fromOccupied) {
+            change(record.previousPath, fromOccupied ? FSEventFlag::modified
+                                                     : FSEventFlag::removed | (record.flags & FSEventFlag::isDirectory));
+            if (!toUntracked) change(record.path, FSEventFlag::modified);
+            continue;
+        }
         try {
-            if (record.has(FSEventFlag::isDirectory)) {
+            if (isDirectory) {
                 // History follows every file of a moved folder; contents did not change.
                 auto moved = c_.catalog.renameTree(target->folderID, from, to, now);
                 std::lock_guard guard(lock_);
@@ -261,6 +331,7 @@ void CaptureEngine::handleRecords(std::vector<FSEventRecord> records) {
                         c_.catalog.recordRename(source->id, to,
                                                 extension.empty() ? std::nullopt : std::optional<std::string>(extension),
                                                 now);
+                        movedAway_[record.previousPath] = {source->id, record.path, now};
                         std::lock_guard guard(lock_);
                         ++stats_.renamed;
                     } else {
@@ -271,9 +342,7 @@ void CaptureEngine::handleRecords(std::vector<FSEventRecord> records) {
                     }
                 }
                 // Its content may be new (an application saving by rename): the capture's digest decides.
-                FSEventRecord change = record;
-                change.flags = FSEventFlag::modified;
-                changes.push_back(std::move(change));
+                change(record.path, FSEventFlag::modified);
             }
         } catch (const std::exception& error) {
             c_.logger.error(std::string("Rename failed: ") + error.what());
@@ -423,27 +492,28 @@ void CaptureEngine::loop() {
     }
 }
 
-void CaptureEngine::queueCrawl(const std::string& folderID, const std::string& reason) {
+void CaptureEngine::queueCrawl(const std::string& folderID, const std::string& reason, const std::string& subtree) {
     std::lock_guard guard(lock_);
-    // One queued crawl per folder is enough: it will see everything.
+    // One queued crawl of a folder is enough: it will see everything (of its subtree).
     for (const auto& queued : crawls_)
-        if (queued.first == folderID) return;
-    crawls_.emplace_back(folderID, reason);
+        if (queued.folderID == folderID && (queued.subtree.empty() || queued.subtree == subtree)) return;
+    crawls_.push_back({folderID, reason, subtree});
     changed_.notify_all();
 }
 
-void CaptureEngine::runCrawl(const std::string& folderID, const std::string& reason,
-                             CrawlCancellation& cancellation) {
+void CaptureEngine::runCrawl(const QueuedCrawl& queued, CrawlCancellation& cancellation) {
     WatchedFolder folder;
     try {
-        folder = c_.folders.require(folderID);
+        folder = c_.folders.require(queued.folderID);
     } catch (const std::exception&) {
         return;  // removed since it was queued
     }
+    CrawlOptions options;
+    if (!queued.subtree.empty() && !relativeTo(folder.path, queued.subtree, options.subtree)) return;
     try {
         FolderWalker walker = makeWalker();
         ReconciliationCrawler crawler(c_.catalog, c_.capture, walker, c_.fileSystem, c_.clock, c_.logger);
-        auto report = crawler.crawl(folder, reason, cancellation);
+        auto report = crawler.crawl(folder, queued.reason, cancellation, options);
         std::lock_guard guard(lock_);
         stats_.stored += report.captured;
         stats_.tombstoned += report.tombstoned;
@@ -456,7 +526,7 @@ void CaptureEngine::runCrawl(const std::string& folderID, const std::string& rea
 
 void CaptureEngine::crawlLoop() {
     while (running_) {
-        std::pair<std::string, std::string> next;
+        QueuedCrawl next;
         std::shared_ptr<CrawlCancellation> cancellation;
         {
             std::unique_lock guard(lock_);
@@ -468,7 +538,7 @@ void CaptureEngine::crawlLoop() {
             stats_.isCrawling = true;
             cancellation = crawlCancellation_ = std::make_shared<CrawlCancellation>();
         }
-        runCrawl(next.first, next.second, *cancellation);
+        runCrawl(next, *cancellation);
         {
             std::lock_guard guard(lock_);
             crawling_ = false;
@@ -480,7 +550,7 @@ void CaptureEngine::crawlLoop() {
 
 void CaptureEngine::runQueuedCrawls() {
     for (;;) {
-        std::pair<std::string, std::string> next;
+        QueuedCrawl next;
         {
             std::lock_guard guard(lock_);
             if (crawls_.empty()) return;
@@ -488,7 +558,7 @@ void CaptureEngine::runQueuedCrawls() {
             crawls_.pop_front();
         }
         CrawlCancellation cancellation;
-        runCrawl(next.first, next.second, cancellation);
+        runCrawl(next, cancellation);
     }
 }
 

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <deque>
 #include <functional>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -35,7 +36,8 @@ namespace vosklin {
 // and queues a start-up crawl of every recording folder, which is what
 // catches up with changes made while Vosklin was not running. While running:
 // a tick every 0.5 s takes the watcher's records (renames move history,
-// deletions tombstone it), flushes the settled units and hands them, as one
+// deletions tombstone it; see handleRecords for when a rename is no move),
+// flushes the settled units and hands them, as one
 // batch sharing the tick's instant, to the capture worker (source "watcher");
 // a checkpoint every 60 s saves each folder's event id; the folder list is
 // re-read when it changes; folder access is re-checked every 6 hours; folders
@@ -131,9 +133,17 @@ private:
     void runCaptures(const CaptureJob& job, std::stop_token stop);
     void crawlLoop();
     void rebuildTargets();
-    void queueCrawl(const std::string& folderID, const std::string& reason);
-    void runCrawl(const std::string& folderID, const std::string& reason, CrawlCancellation& cancellation);
+    struct QueuedCrawl {
+        std::string folderID;
+        std::string reason;
+        std::string subtree;  // absolute; empty: the whole folder
+    };
+    void queueCrawl(const std::string& folderID, const std::string& reason, const std::string& subtree = "");
+    void runCrawl(const QueuedCrawl& crawl, CrawlCancellation& cancellation);
     void handleRecords(std::vector<FSEventRecord> records);
+    // If a rename took the history of `path` away moments ago and `path` holds a
+    // file again, the history comes back to it; returns where it had gone.
+    std::optional<std::string> bringBack(const WatchTarget& target, const std::string& path);
     void tombstone(const WatchTarget& target, const std::string& path);
     const WatchTarget* targetFor(const std::string& path) const;
     WatchCoordinator::Settings coordinatorSettings();
@@ -162,7 +172,7 @@ private:
     std::uint64_t taken_ = 0;       // records a tick has taken so far
     double lastTakeAt_ = 0;         // when the latest tick took its records
     std::optional<double> oldestPending_;
-    std::deque<std::pair<std::string, std::string>> crawls_;  // (folder id, reason)
+    std::deque<QueuedCrawl> crawls_;
     bool crawling_ = false;
     std::deque<CaptureJob> captures_;  // handed to the capture worker, not started
     std::size_t capturingUnits_ = 0;   // units in captures_ or being captured
@@ -170,6 +180,13 @@ private:
     bool captureWorkerStopping_ = false;
     Stats stats_;
     std::set<std::string> unreachable_;
+
+    struct MovedAway {
+        std::int64_t fileID = 0;
+        std::string to;  // absolute
+        double at = 0;
+    };
+    std::map<std::string, MovedAway> movedAway_;  // by the absolute path left; tick thread only
 
     std::shared_ptr<CrawlCancellation> crawlCancellation_;
     std::stop_source captureStop_;  // asked by stop(); a fresh one per start()

@@ -26,13 +26,13 @@ ExcludeRules ExcludeRules::fromSettings(Settings& settings) {
 }
 
 bool ExcludeRules::excludesName(const std::string& name) const {
+    if (name.starts_with(ownScratchPrefix)) return true;
     for (const auto& pattern : patterns_)
         if (::fnmatch(pattern.c_str(), name.c_str(), 0) == 0) return true;
     return false;
 }
 
 bool ExcludeRules::excludes(std::string_view relativePath) const {
-    if (patterns_.empty()) return false;
     std::size_t start = 0;
     while (start <= relativePath.size()) {
         std::size_t end = relativePath.find('/', start);

@@ -15,6 +15,7 @@ constexpr std::uint32_t removed = 1 << 3;
 constexpr std::uint32_t renamed = 1 << 4;      // moved here from `previousPath`, inside the same watched folder
 constexpr std::uint32_t isDirectory = 1 << 5;
 constexpr std::uint32_t scanned = 1 << 6;      // found by scanning a directory that appeared, not by an event
+constexpr std::uint32_t mustScanSubDirs = 1 << 7;  // a directory whose contents must be rescanned (moved in)
 }  // namespace FSEventFlag
 
 // One change reported by the watcher.

@@ -88,10 +88,26 @@ bool InotifyWatcher::addWatch(const std::string& directory, const std::string& f
         }
         return false;  // gone already, or unreadable: nothing to watch there
     }
+    auto status = fileSystem_.linkStatus(directory);
     std::lock_guard guard(lock_);
-    watches_[wd] = {directory, folderID, root};
+    if (auto taken = byPath_.find(directory); taken != byPath_.end() && taken->second != wd) {
+        // Another directory had this path: it was swapped or moved away, and its watch is stale.
+        ::inotify_rm_watch(inotify_.get(), taken->second);
+        watches_.erase(taken->second);
+    }
+    watches_[wd] = {directory, folderID, root, status ? status->inode : 0};
     byPath_[directory] = wd;
     return true;
+}
+
+bool InotifyWatcher::watchesCurrent(const std::string& path) {
+    auto status = fileSystem_.linkStatus(path);
+    if (!status || !status->isDirectory()) return false;
+    std::lock_guard guard(lock_);
+    auto found = byPath_.find(path);
+    if (found == byPath_.end()) return false;
+    auto watch = watches_.find(found->second);
+    return watch != watches_.end() && watch->second.inode == status->inode;
 }
 
 void InotifyWatcher::watchTree(const std::string& directory, const std::string& folderID, const std::string& root,
@@ -251,8 +267,9 @@ void InotifyWatcher::expireMoves(double olderThan, std::vector<FSEventRecord>& r
         }
     }
     for (const auto& move : gone) {
-        // Moved out of every watched folder: for Vosklin it is deleted.
-        if (move.isDirectory) forgetTree(move.path);
+        // Moved out of every watched folder: for Vosklin it is deleted. A directory
+        // swapped in at its path since (the watcher reported it) keeps its watches.
+        if (move.isDirectory && !watchesCurrent(move.path)) forgetTree(move.path);
         records.push_back(record(move.path, FSEventFlag::removed | (move.isDirectory ? FSEventFlag::isDirectory : 0)));
     }
 }
@@ -305,7 +322,7 @@ void InotifyWatcher::handle(int wd, std::uint32_t mask, std::uint32_t cookie, co
         watch = found->second;
         isRoot = watch.path == watch.root;
         if (mask & IN_IGNORED) {
-            byPath_.erase(watch.path);
+            if (auto at = byPath_.find(watch.path); at != byPath_.end() && at->second == wd) byPath_.erase(at);
             watches_.erase(found);
         }
     }
@@ -346,8 +363,14 @@ void InotifyWatcher::handle(int wd, std::uint32_t mask, std::uint32_t cookie, co
             if (from->isDirectory) forgetTree(from->path);
             records.push_back(record(from->path, FSEventFlag::removed | directoryFlag));
         }
-        records.push_back(record(path, FSEventFlag::created | directoryFlag));
-        if (isDirectory) watchTree(path, watch.folderID, watch.root, true, records);
+        if (isDirectory) {
+            // Moved in from outside: watched from now on, and rescanned as a whole.
+            std::vector<FSEventRecord> unreported;
+            watchTree(path, watch.folderID, watch.root, false, unreported);
+            records.push_back(record(path, FSEventFlag::created | directoryFlag | FSEventFlag::mustScanSubDirs));
+        } else {
+            records.push_back(record(path, FSEventFlag::created));
+        }
         return;
     }
     if (mask & IN_CREATE) {

@@ -26,9 +26,15 @@ namespace vosklin {
 // New directories are watched and then scanned, so files made in them before
 // the watch existed are still reported (flag `scanned`). A file or directory
 // moved inside the watched folders is one `renamed` record (the kernel pairs
-// the two halves by cookie); moved out, it is `removed`; moved in, it is
-// reported, with everything under it, as created. Excluded directories are
-// never watched.
+// the two halves by cookie); moved out, it is `removed`; a file moved in is
+// `created`. A directory moved in from outside (or from another watched
+// folder) is watched and reported as one record asking for a rescan of that
+// subtree (flag `mustScanSubDirs`), not file by file. Excluded directories (Vosklin's own scratch
+// items among them) are never watched, and their names never reported.
+//
+// A watch follows its directory's inode: when another directory takes a
+// watched path (swapped in, or moved over it), the old watch is dropped, and
+// the move-out of the old one does not unwatch the new one.
 //
 // A full queue (IN_Q_OVERFLOW) is not an error but a request for a rescan
 // (kernelDropped). A watch that cannot be added because the per-user limit is
@@ -76,6 +82,7 @@ private:
         std::string path;
         std::string folderID;
         std::string root;
+        std::uint64_t inode = 0;
     };
     struct PendingMove {
         std::string path;
@@ -96,6 +103,8 @@ private:
     void forgetTree(const std::string& directory);
     void moveTree(const std::string& from, const std::string& to);
     void expireMoves(double olderThan, std::vector<FSEventRecord>& records);
+    // The watch registered at `path` is on the directory that is there now.
+    bool watchesCurrent(const std::string& path);
     FSEventRecord record(const std::string& path, std::uint32_t flags);
     bool isExcluded(const std::string& root, const std::string& path) const;
 

@@ -42,13 +42,20 @@ CrawlReport ReconciliationCrawler::crawl(const WatchedFolder& folder, const std:
     report.source = options.source.value_or(watchState && watchState->baselineDone ? CaptureSource::crawl
                                                                                    : CaptureSource::baseline);
 
-    const auto units = walker_.walk(folder.path, [&] { return cancellation.isCancelled(); });
+    const std::string& subtree = options.subtree;
+    auto units = walker_.walk(subtree.empty() ? folder.path : joinPath(folder.path, subtree),
+                              [&] { return cancellation.isCancelled(); });
+    if (!subtree.empty())
+        for (auto& unit : units) unit.relativePath = subtree + "/" + unit.relativePath;
     report.examined = std::int64_t(units.size());
 
-    // The folder's rows, read once.
+    // The folder's rows (in the subtree), read once.
     std::unordered_map<std::string, TrackedFile> byPath;
     std::unordered_map<std::uint64_t, std::int64_t> liveByInode;
     for (auto& file : catalog_.files(folder.id, false)) {
+        std::string inside;
+        if (!subtree.empty() && file.relativePath != subtree && !relativeTo(subtree, file.relativePath, inside))
+            continue;
         if (!file.deletedAt && file.inode) liveByInode[*file.inode] = file.id;
         byPath.emplace(file.relativePath, std::move(file));
     }
@@ -143,6 +150,8 @@ CrawlReport ReconciliationCrawler::crawl(const WatchedFolder& folder, const std:
                 logger_.error("Tombstone failed: " + std::string(error.what()));
             }
         }
+    }
+    if (!report.cancelled && subtree.empty()) {
         WatchState state = watchState.value_or(WatchState{folder.id, std::nullopt, std::nullopt, false, std::nullopt});
         state.baselineDone = true;
         state.lastCrawlAt = clock_.now();

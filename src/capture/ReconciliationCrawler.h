@@ -37,6 +37,10 @@ struct CrawlOptions {
     std::optional<std::string> batchID;
     // A snapshot: capture every unit, not only those that look changed.
     bool captureEverything = false;
+    // Only this part of the folder (relative, "/"-separated; empty: all of it), as
+    // when a directory moved in. Rows elsewhere are left alone and the baseline
+    // state is not touched.
+    std::string subtree;
 
     // What the user's snapshot is: every unit, source "manual", one fresh batch.
     static CrawlOptions snapshot();

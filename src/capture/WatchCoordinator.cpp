@@ -47,11 +47,30 @@ void WatchCoordinator::suppress(const std::vector<std::string>& paths) {
 bool WatchCoordinator::isSuppressed(const std::string& path) {
     const double now = clock_.now();
     std::erase_if(suppressed_, [&](const auto& entry) { return entry.second.second <= now; });
+    if (suppressed_.empty()) return false;
     // A suppressed path covers what is inside it (a package or folder being written back).
-    for (std::string candidate = path;; candidate = parentPath(candidate)) {
+    for (std::string candidate = lexicallyNormal(path);; candidate = parentPath(candidate)) {
         if (suppressed_.count(candidate)) return true;
         if (candidate == "/" || candidate == ".") return false;
     }
+}
+
+std::optional<CaptureUnitResolver::Unit> WatchCoordinator::unitFor(const std::string& path) const {
+    const std::string normal = lexicallyNormal(path);
+    for (const auto& [target, resolver] : resolvers_) {
+        std::string relative;
+        if (relativeTo(resolver.root(), normal, relative)) return resolver.resolve(normal);
+    }
+    return std::nullopt;
+}
+
+bool WatchCoordinator::isExcluded(const std::string& path) const {
+    const std::string normal = lexicallyNormal(path);
+    for (const auto& [target, resolver] : resolvers_) {
+        std::string relative;
+        if (relativeTo(resolver.root(), normal, relative)) return excludes_.excludes(relative);
+    }
+    return true;
 }
 
 void WatchCoordinator::take(const std::vector<FSEventRecord>& records) {

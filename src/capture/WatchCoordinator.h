@@ -68,6 +68,15 @@ public:
     void rename(const std::string& from, const std::string& to);
     // Before Vosklin writes into a watched folder itself: its own events are not captures.
     void suppress(const std::vector<std::string>& paths);
+    // Vosklin is writing `path`, or a folder around it, within the suppression window:
+    // no record about it counts, whatever its kind (a rename included).
+    bool isSuppressed(const std::string& path);
+    // The unit a path inside a target resolves to (the package around it, or the
+    // file itself); none for a transient or excluded name, a plain folder, or a
+    // path outside every target.
+    std::optional<CaptureUnitResolver::Unit> unitFor(const std::string& path) const;
+    // Outside every target, or excluded (a folder nothing in which is ever tracked).
+    bool isExcluded(const std::string& path) const;
 
     std::size_t pendingCount() const { return pending_.size(); }
     // The oldest first-seen instant among pending units, if any.
@@ -76,7 +85,6 @@ public:
 
 private:
     const WatchTarget* targetFor(const std::string& path) const;
-    bool isSuppressed(const std::string& path);
 
     FileSystem& fileSystem_;
     Clock& clock_;

@@ -15,6 +15,7 @@
 #include <set>
 #include <thread>
 
+#include "app/LiveDaemonTest.h"
 #include "catalog/VersionCatalog.h"
 #include "platform/PosixFileSystem.h"
 #include "platform/Uuid.h"
@@ -28,7 +29,6 @@ namespace {
 
 namespace fs = std::filesystem;
 using nlohmann::json;
-using test::CommandResult;
 using test::DaemonProcess;
 using test::TempDirectory;
 
@@ -39,63 +39,14 @@ void append(const std::string& path, const std::string& text) {
     out << text;
 }
 
-class DaemonTest : public ::testing::Test {
+class DaemonTest : public test::LiveDaemonTest {
 protected:
-    void SetUp() override {
-        // A short merge window: a change settles in a tick or two instead of ten seconds.
-        test::writeFile(home / "settings.json", R"({"vosklin.mergeWindowSeconds": 0.2})");
-    }
-
-    CommandResult vosklin(std::vector<std::string> arguments) { return test::runInHome(home.path(), arguments); }
-
-    // A command that must succeed, with its JSON output.
-    json jsonOf(std::vector<std::string> arguments) { return test::jsonInHome(home.path(), arguments); }
-
-    void succeeds(const std::vector<std::string>& arguments) {
-        auto result = vosklin(arguments);
-        EXPECT_EQ(result.exitStatus, 0) << arguments[0] << ": " << result.err;
-    }
-
-    // The barrier: everything changed before this call has been captured when it returns.
-    void settle() {
-        auto result = vosklin({"settle", "--timeout", "30"});
-        ASSERT_EQ(result.exitStatus, 0) << "settle: " << result.err;
-    }
-
-    // `versions --json` of a path: {"file": ..., "versions": [...]}.
-    json historyOf(const std::string& path) {
-        auto result = vosklin({"versions", path, "--json"});
-        EXPECT_EQ(result.exitStatus, 0) << path << ": " << result.err;
-        auto parsed = json::parse(result.out, nullptr, false);
-        return parsed.is_object() ? parsed : json{{"file", json::object()}, {"versions", json::array()}};
-    }
-    json versionsOf(const std::string& path) { return historyOf(path)["versions"]; }
-
-    // Vosklin has never kept anything of `path`.
-    void expectNoHistory(const std::string& path) {
-        auto result = vosklin({"versions", path, "--json"});
-        EXPECT_EQ(result.exitStatus, 1) << path << " has history: " << result.out;
-        EXPECT_NE(result.err.find("no history"), std::string::npos) << path << ": " << result.err;
-    }
-
-    void expectDeleted(const std::string& path) {
-        auto history = historyOf(path);
-        EXPECT_FALSE(history["file"].value("deletedAt", json()).is_null()) << path << ": " << history.dump();
-        EXPECT_FALSE(history["versions"].empty()) << path << " keeps its history";
-    }
-
-    std::int64_t totalVersions() { return jsonOf({"status"}).value("versions", std::int64_t(-1)); }
-
     json daemonFolder(const json& status, const std::string& path) {
         for (const auto& folder : status["daemon"].value("folders", json::array()))
             if (folder.value("path", "") == path) return folder;
         ADD_FAILURE() << "the daemon does not report " << path << ": " << status.dump();
         return json::object();
     }
-
-    TempDirectory home;
-    TempDirectory watched;
-    const std::string root = canonicalPath(watched);
 };
 
 TEST_F(DaemonTest, FileWrittenOnceIsOneVersionAndABurstOfAppendsIsOneMore) {
@@ -293,17 +244,29 @@ TEST_F(DaemonTest, FolderMovedInIsCapturedAndDeletionsAreRecorded) {
     watched.write("stays.txt", "stays");
     outside.write("arriving/p.txt", "comes in");
     outside.write("arriving/q/r.txt", "comes in, nested");
+    outside.write("Arriving.rtfd/TXT.rtf", "a package comes in");
     DaemonProcess daemon(home.path(), {root});
     ASSERT_TRUE(daemon.start());
     settle();
     ASSERT_EQ(totalVersions(), 4);
 
+    // A folder moved in is rescanned as a whole, not reported file by file;
+    // a package moved in is one unit like any other.
     fs::rename(elsewhere + "/arriving", root + "/arriving");
+    fs::rename(elsewhere + "/Arriving.rtfd", root + "/Arriving.rtfd");
     settle();
     for (const std::string path : {"arriving/p.txt", "arriving/q/r.txt"}) {
         auto versions = versionsOf(root + "/" + path);
         ASSERT_EQ(versions.size(), 1u) << path;
-        EXPECT_EQ(versions[0]["source"], "watcher") << path;
+        EXPECT_EQ(versions[0]["source"], "crawl") << path;
+    }
+    auto package = historyOf(root + "/Arriving.rtfd");
+    EXPECT_EQ(package["file"]["isPackage"], true);
+    ASSERT_EQ(package["versions"].size(), 1u);
+    EXPECT_EQ(package["versions"][0]["source"], "watcher");
+    if (!fs::exists("/run/systemd/journal/socket")) {  // else the log line went to the journal
+        EXPECT_NE(daemon.standardError().find("FSEvents asked for a full rescan: mustScanSubDirs"), std::string::npos)
+            << daemon.standardError();
     }
 
     fs::remove(root + "/doomed.txt");
@@ -315,8 +278,8 @@ TEST_F(DaemonTest, FolderMovedInIsCapturedAndDeletionsAreRecorded) {
 
     EXPECT_TRUE(historyOf(root + "/stays.txt")["file"]["deletedAt"].is_null());
     auto status = jsonOf({"status"});
-    EXPECT_EQ(status["versions"], 6);
-    EXPECT_EQ(status["liveFiles"], 3) << "stays.txt and the two arrivals";
+    EXPECT_EQ(status["versions"], 7);
+    EXPECT_EQ(status["liveFiles"], 4) << "stays.txt and the three arrivals";
     EXPECT_EQ(daemon.stop(), 0);
 }
 

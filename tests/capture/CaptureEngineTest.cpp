@@ -118,6 +118,68 @@ TEST_F(CaptureEngineTest, RenamesMoveHistoryAndDeletionsTombstoneIt) {
     EXPECT_EQ(engine.stats().tombstoned, 2);
 }
 
+// A backup renamed aside and the new content written at the original path:
+// whether one tick takes both or a tick falls between them, the history stays
+// on the path that holds the file; the backup, if kept, is a file of its own.
+// Only a path left empty for longer than a few seconds lets the history go.
+struct BackupRename {
+    const char* name;
+    const char* backup;
+    bool tickBetween;
+    double pause;  // seconds between the rename and the new write
+    bool keepBackup;
+    bool historyStays;
+};
+
+void PrintTo(const BackupRename& c, std::ostream* out) { *out << c.name; }
+
+class BackupRenameTest : public CaptureEngineTest, public ::testing::WithParamInterface<BackupRename> {};
+
+TEST_P(BackupRenameTest, HistoryStaysWithTheRewrittenPath) {
+    const BackupRename& c = GetParam();
+    engine.start();
+    engine.runQueuedCrawls();
+    const auto original = *stack.catalog.fileAtPath(folder.id, "before.txt");
+    fs::rename(root + "/before.txt", root + "/" + c.backup);
+    if (c.tickBetween) {
+        engine.drainWatcher();
+        engine.tick();
+        stack.clock.advance(c.pause);
+    }
+    directory.write("Watched/before.txt", "the new content");
+    if (!c.keepBackup) fs::remove(root + "/" + c.backup);
+    engine.drainWatcher();
+    engine.tick();
+    stack.clock.advance(2);
+    engine.tick();
+
+    auto file = stack.catalog.fileAtPath(folder.id, "before.txt");
+    ASSERT_TRUE(file.has_value());
+    EXPECT_FALSE(file->deletedAt.has_value());
+    EXPECT_EQ(file->id == original.id, c.historyStays);
+    EXPECT_EQ(versionsOf("before.txt"), c.historyStays ? 2 : 1);
+    auto backup = stack.catalog.fileAtPath(folder.id, c.backup);
+    if (c.keepBackup && c.historyStays) {
+        ASSERT_TRUE(backup.has_value()) << "a kept backup is a file of its own";
+        EXPECT_NE(backup->id, original.id);
+        EXPECT_FALSE(backup->deletedAt.has_value());
+    } else if (c.historyStays) {
+        EXPECT_TRUE(!backup || backup->deletedAt.has_value()) << "nothing live under the backup's name";
+    } else {
+        ASSERT_TRUE(backup.has_value());
+        EXPECT_EQ(backup->id, original.id) << "renamed, and its old path stayed empty";
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Timings, BackupRenameTest,
+    ::testing::Values(BackupRename{"OneTick", "before.txt.bak", false, 0, true, true},
+                      BackupRename{"TickBetween", "before.txt.bak", true, 0.5, true, true},
+                      BackupRename{"TickBetweenBackupDeleted", "before.txt___jb_old___", true, 0.5, false, true},
+                      BackupRename{"TransientBackup", "before.txt~", true, 0.5, false, true},
+                      BackupRename{"PathEmptyForLong", "before.txt.bak", true, 6, true, false}),
+    [](const auto& timing) { return std::string(timing.param.name); });
+
 TEST_F(CaptureEngineTest, StoppingCapturesWhatSettledAndCheckpoints) {
     engine.start();
     engine.runQueuedCrawls();

@@ -8,6 +8,7 @@
 #include "capture/ExcludeRules.h"
 #include "capture/TransientNames.h"
 #include "platform/PosixFileSystem.h"
+#include "restore/SafePlacement.h"
 #include "support/TempDirectory.h"
 
 namespace vosklin {
@@ -33,6 +34,14 @@ TEST(ExcludeRulesTest, PatternsMatchWholeComponentsAtEveryDepth) {
     EXPECT_FALSE(withUser.excludes("clip.mov.txt"));
     EXPECT_TRUE(ExcludeRules({"*"}).excludes(".hidden")) << "no flags: * matches a leading dot";
     EXPECT_FALSE(ExcludeRules().excludes("anything/at/all"));
+
+    // Restore's and rewind's scratch items, at any depth, by every rule set.
+    const std::string scratch = SafePlacement::makeScratchName();
+    for (const auto& any : {ExcludeRules(), rules, withUser}) {
+        EXPECT_TRUE(any.excludes(scratch));
+        EXPECT_TRUE(any.excludes("deep/er/" + scratch + "/TXT.rtf"));
+        EXPECT_FALSE(any.excludes("vosklin-restore-notes.txt"));
+    }
 }
 
 TEST(TransientNamesTest, EditorAndDownloadLeftoversAreNeverUnits) {
@@ -100,6 +109,9 @@ TEST_F(CaptureUnitResolverTest, NothingForTheRootDirectoriesExcludedTransientOrO
     EXPECT_FALSE(r.resolve(directory / "root/plain").has_value());
     EXPECT_FALSE(r.resolve(directory / "root/node_modules/pkg/index.js").has_value());
     EXPECT_FALSE(r.resolve(directory / "root/~$notes.docx").has_value());
+    const std::string scratch = directory / ("root/" + SafePlacement::makeScratchName());
+    EXPECT_FALSE(r.resolve(scratch).has_value()) << "a scratch copy being put back";
+    EXPECT_FALSE(r.resolve(scratch + "/TXT.rtf").has_value()) << "inside a scratch package";
     EXPECT_FALSE(r.resolve(directory / "outside/secret.txt").has_value());
     EXPECT_FALSE(r.resolve(directory / "root/link-out/secret.txt").has_value()) << "through a link leaving the root";
     EXPECT_FALSE(r.resolve(directory / "root-sibling/x").has_value());

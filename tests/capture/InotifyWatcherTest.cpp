@@ -1,6 +1,8 @@
 #include "capture/InotifyWatcher.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <stdio.h>
 
 #include <algorithm>
 #include <chrono>
@@ -87,9 +89,10 @@ TEST_F(InotifyWatcherTest, ReportsWritesCreationsAndDeletionsWithGrowingIds) {
     EXPECT_EQ(watcher->latestEventID(), records.back().eventID);
 }
 
-TEST_F(InotifyWatcherTest, ANewFolderIsWatchedAndWhatIsAlreadyInItIsReported) {
+TEST_F(InotifyWatcherTest, ANewFolderIsWatchedAndOneMovedInAsksForARescanOfIt) {
     start();
-    // Made elsewhere and moved in whole: nothing inside it was ever seen being written.
+    // Made elsewhere and moved in whole: nothing inside it was ever seen being
+    // written, and it may hold any number of files: one rescan request for it.
     directory.write("Outside/Project/src/main.c", "int main;");
     directory.write("Outside/Project/README", "r");
     fs::rename(directory / "Outside/Project", root + "/Project");
@@ -97,13 +100,33 @@ TEST_F(InotifyWatcherTest, ANewFolderIsWatchedAndWhatIsAlreadyInItIsReported) {
     fs::create_directories(root + "/Fresh/deeper");
     test::writeFile(root + "/Fresh/deeper/a.txt", "a");
     auto records = seen();
-    EXPECT_TRUE(has(records, root + "/Project/src/main.c", FSEventFlag::created));
-    EXPECT_TRUE(has(records, root + "/Project/README", FSEventFlag::created));
+    EXPECT_TRUE(has(records, root + "/Project", FSEventFlag::mustScanSubDirs));
+    EXPECT_FALSE(std::any_of(records.begin(), records.end(), [&](const FSEventRecord& r) {
+        return r.path.starts_with(root + "/Project/");
+    })) << "not file by file";
     EXPECT_TRUE(has(records, root + "/Fresh/deeper/a.txt", FSEventFlag::created) ||
                 has(records, root + "/Fresh/deeper/a.txt", FSEventFlag::modified));
+    EXPECT_FALSE(has(records, root + "/Fresh", FSEventFlag::mustScanSubDirs));
     // Now watched: a later write inside is reported as such.
     test::writeFile(root + "/Project/src/main.c", "int main(void);");
     EXPECT_TRUE(has(seen(), root + "/Project/src/main.c", FSEventFlag::modified));
+}
+
+// Restore and rewind put a package back by swapping a scratch copy (an
+// excluded name) with it, then deleting the scratch item, now the old one.
+TEST_F(InotifyWatcherTest, AFolderSwappedInKeepsItsPathWatched) {
+    directory.write("Watched/Doc.rtfd/TXT.rtf", "current");
+    start();
+    const std::string scratch = root + "/.vosklin-restore-6A1F0E2C";
+    directory.write("Watched/.vosklin-restore-6A1F0E2C/TXT.rtf", "put back");
+    ASSERT_EQ(::renameat2(AT_FDCWD, scratch.c_str(), AT_FDCWD, (root + "/Doc.rtfd").c_str(), RENAME_EXCHANGE), 0);
+    fs::remove_all(scratch);
+    auto records = seen();
+    for (const auto& record : records)
+        EXPECT_EQ(record.path.find(".vosklin-restore-"), std::string::npos) << record.path;
+    test::writeFile(root + "/Doc.rtfd/TXT.rtf", "edited after");
+    EXPECT_TRUE(has(seen(), root + "/Doc.rtfd/TXT.rtf", FSEventFlag::modified));
+    EXPECT_EQ(watcher->watchCount(), 2u) << "the root and the folder swapped in";
 }
 
 TEST_F(InotifyWatcherTest, MovesInsideTheFolderAreOneRenameAndFolderMovesKeepTheirWatches) {

@@ -188,7 +188,8 @@ TEST_F(WatchCoordinatorTest, NothingOutsideTheTargetsOrExcludedBecomesPending) {
     const std::string outside = directory.write("Elsewhere/x.txt", "x");
     const std::string excluded = directory.write("Watched/node_modules/pkg/index.js", "x");
     const std::string transient = directory.write("Watched/~$report.docx", "lock");
-    coordinator.take({changed(outside), changed(excluded), changed(transient), changed(root)});
+    const std::string scratch = directory.write("Watched/.vosklin-restore-5F0C2B3A/TXT.rtf", "being put back");
+    coordinator.take({changed(outside), changed(excluded), changed(transient), changed(scratch), changed(root)});
     EXPECT_EQ(coordinator.pendingCount(), 0u);
     const std::string file = directory.write("Watched/kept.txt", "x");
     coordinator.take({changed(file)});
