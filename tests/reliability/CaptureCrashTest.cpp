@@ -8,6 +8,7 @@
 
 #include "store/PayloadDigest.h"
 #include "reliability/CaptureBatch.h"
+#include "reliability/TmpfsScratch.h"
 #include "support/FolderImage.h"
 #include "support/RestoreFixture.h"
 #include "support/StoreAudit.h"
@@ -19,6 +20,7 @@ using test::RestoreFixture;
 using test::t0;
 using test::TempDirectory;
 TEST(CaptureCrashTest, AKillBeforeAnyWriteLeavesASoundStoreAndUntouchedFiles) {
+    test::TmpfsScratch onTmpfs;
     int completedAt = 0;
     std::vector<std::string> emptyAfterKill;
     for (int killAt = 1; killAt < 500 && !completedAt; ++killAt) {

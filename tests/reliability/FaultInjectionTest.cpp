@@ -19,6 +19,7 @@
 #include "catalog/DatabaseError.h"
 #include "platform/FileSystemError.h"
 #include "reliability/CaptureBatch.h"
+#include "reliability/TmpfsScratch.h"
 #include "store/CloneError.h"
 #include "store/PayloadDigest.h"
 #include "store/VersionSidecar.h"
@@ -185,6 +186,7 @@ std::string lostContents(const std::map<std::string, std::string>& beforeDigests
 class FaultInjectionTest : public ::testing::TestWithParam<Scenario> {};
 
 TEST_P(FaultInjectionTest, EachWriteFailingInTurnFailsCleanly) {
+    test::TmpfsScratch onTmpfs;
     const Scenario& scenario = GetParam();
 
     // A clean run: how many mutating calls it makes, and the folder it leaves.
