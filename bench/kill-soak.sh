@@ -7,18 +7,20 @@
 #
 # The soak is the reliability test KillSoakTest (tests/support/KillSoak.cpp),
 # run with VOSKLIN_SOAK_KILLS=KILLS; CI runs it with 5. It builds `vosklin` and
-# `reliability_tests` (Release) itself. Exit status: the test's (0 when
+# `reliability_tests` itself (Release, or VOSKLIN_BUILD_TYPE). Exit status: the test's (0 when
 # nothing was lost and the store is sound). The full output is kept in
-# build/release/kill-soak.log.
+# build/<type>/kill-soak.log.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 kills="${1:-200}"
 seed="${2:-}"
-VOSKLIN_TARGETS="vosklin reliability_tests" bash scripts/build.sh Release >/dev/null
-log=build/release/kill-soak.log
+type="${VOSKLIN_BUILD_TYPE:-Release}"
+VOSKLIN_TARGETS="vosklin reliability_tests" bash scripts/build.sh "$type" >/dev/null
+dir="build/$(echo "$type" | tr "[:upper:]" "[:lower:]")"
+log="$dir/kill-soak.log"
 status=0
 VOSKLIN_SOAK_KILLS="$kills" VOSKLIN_SOAK_SEED="$seed" \
-  build/release/tests/reliability_tests --gtest_filter='KillSoakTest.*' >"$log" 2>&1 || status=$?
+  "$dir/tests/reliability_tests" --gtest_filter='KillSoakTest.*' >"$log" 2>&1 || status=$?
 grep '^kill-soak:' "$log" || { echo "kill-soak: no summary; see $log" >&2; status=1; }
 [ "$status" -eq 0 ] || echo "kill-soak: FAILED (exit $status); see $log" >&2
 exit "$status"

@@ -137,6 +137,7 @@ KillSoak::Figures KillSoak::run(const Options& options) {
     auto audit = StoreAudit::of(home / "store");
     figures.problems.insert(figures.problems.end(), audit.problems.begin(), audit.problems.end());
     figures.emptyStoreDirectories = audit.emptyDirectories;
+    figures.orphanSlots = std::int64_t(audit.orphanSlots.size());
     figures.bytesLost += audit.damagedBytes;
     figures.versions = audit.versions;
     PosixFileSystem fileSystem;
@@ -163,7 +164,9 @@ std::string KillSoak::Figures::summary(const Options& options) const {
     return "kill-soak: " + std::to_string(killsSurvived) + " kills survived, " + std::to_string(filesChecked) +
            " files checked, " + std::to_string(bytesLost) + " bytes lost (" + std::to_string(options.kills) +
            " kills, seed " + std::to_string(options.seed) + ", " + std::to_string(saves) + " saves, " +
-           std::to_string(versions) + " versions, " + std::to_string(problems.size()) + " problems)";
+           std::to_string(versions) + " versions, " + std::to_string(orphanSlots) + " orphan slots, " +
+           std::to_string(emptyStoreDirectories.size()) + " empty store directories, " +
+           std::to_string(problems.size()) + " problems)";
 }
 
 }  // namespace vosklin::test

@@ -36,6 +36,7 @@ struct KillSoak {
         std::int64_t versions = 0;
         std::vector<std::string> problems;
         std::vector<std::string> emptyStoreDirectories;
+        std::int64_t orphanSlots = 0;  // slots no row references: expected leftovers of a kill
 
         // "kill-soak: K kills survived, F files checked, B bytes lost (...)".
         std::string summary(const Options& options) const;
