@@ -32,7 +32,8 @@ TEST(CaptureCrashTest, AKillBeforeAnyWriteLeavesASoundStoreAndUntouchedFiles) {
         }
         const auto before = test::imageOf(directory / "Docs");
         if (test::runKilledAtWrite(directory, killAt, [](RestoreFixture& f) {
-                auto results = f.stack.service.captureBatch(test::batchRequests(f, CaptureSource::watcher), [] { return t0 + 100; });
+                auto results = f.stack.service.captureBatch(test::batchRequests(f, CaptureSource::watcher),
+                                                            [] { return t0 + 100; });
                 if (auto failed = test::failuresOf(results); !failed.empty()) throw std::runtime_error(failed);
             }))
             completedAt = killAt;
@@ -41,7 +42,8 @@ TEST(CaptureCrashTest, AKillBeforeAnyWriteLeavesASoundStoreAndUntouchedFiles) {
         RestoreFixture next(directory);
         next.service.recoverInterrupted();
         next.rewinds.recoverInterrupted();
-        auto again = next.stack.service.captureBatch(test::batchRequests(next, CaptureSource::crawl), [] { return t0 + 200; });
+        auto again =
+            next.stack.service.captureBatch(test::batchRequests(next, CaptureSource::crawl), [] { return t0 + 200; });
         EXPECT_EQ(test::failuresOf(again), "");
         for (const auto& result : again)
             EXPECT_TRUE(result.outcome && result.outcome->kind != CaptureOutcome::Kind::skipped) << result.request.unit;

@@ -69,6 +69,8 @@ struct Scenario {
     std::string knownFault;
 };
 
+void PrintTo(const Scenario& scenario, std::ostream* out) { *out << scenario.name; }
+
 const std::vector<Scenario>& scenarios() {
     static const std::vector<Scenario> all = {
         {"CaptureBatch", test::prepareBatch,
@@ -92,7 +94,8 @@ const std::vector<Scenario>& scenarios() {
              f.stack.clock.set(t0 + 1000);
          },
          [](RestoreFixture& f) {
-             auto versions = f.stack.catalog.versionsOfFile(f.stack.catalog.fileAtPath(f.folder.id, "Report.txt")->id, 2);
+             const auto file = f.stack.catalog.fileAtPath(f.folder.id, "Report.txt");
+             auto versions = f.stack.catalog.versionsOfFile(file->id, 2);
              f.service.restore(versions.back().id, RestoreMode::copyBeside);
              return std::string();
          },
@@ -104,7 +107,8 @@ const std::vector<Scenario>& scenarios() {
              f.stack.clock.set(t0 + 1000);
          },
          [](RestoreFixture& f) {
-             auto versions = f.stack.catalog.versionsOfFile(f.stack.catalog.fileAtPath(f.folder.id, "doc.txt")->id, 1);
+             const auto file = f.stack.catalog.fileAtPath(f.folder.id, "doc.txt");
+             auto versions = f.stack.catalog.versionsOfFile(file->id, 1);
              f.service.restore(versions.front().id, RestoreMode::replaceInPlace);
              return std::string();
          },
@@ -253,8 +257,8 @@ TEST_P(FaultInjectionTest, EachWriteFailingInTurnFailsCleanly) {
             // A fault before the commit point stops the operation before it changes the folder,
             // unless it is one path's failure, reported: then that path alone stays as it was.
             std::string changedEarly;
-            const bool stopped = threw || failed.empty();
-            if (!commitAt || (at < commitAt && stopped))
+            const bool onePathFailed = !threw && !failed.empty() && commitAt;
+            if (!commitAt || (at < commitAt && !onePathFailed))
                 changedEarly = test::differences(withoutScratch(before), withoutScratch(after));
             std::istringstream failedLines(failed);
             for (std::string path; std::getline(failedLines, path);)
@@ -263,8 +267,7 @@ TEST_P(FaultInjectionTest, EachWriteFailingInTurnFailsCleanly) {
             std::vector<std::string> scratch = f.scratchItems();
             auto audit = test::StoreAudit::of(f.store);
             EXPECT_TRUE(audit.problems.empty()) << audit.summary();
-            if (!audit.emptyDirectories.empty())
-                litter.push_back(where + audit.summary());
+            if (!audit.emptyDirectories.empty()) litter.push_back(where + audit.summary());
             const std::string lost = lostContents(beforeDigests, before, after, audit);
 
             // The next start.
@@ -278,16 +281,17 @@ TEST_P(FaultInjectionTest, EachWriteFailingInTurnFailsCleanly) {
                             std::to_string(commitAt) + "):\n" + changedEarly;
             for (const auto& item : scratch) findings += "scratch item left: " + item + "\n";
             if (!findings.empty() && !scenario.knownFault.empty()) known.push_back(where + findings);
-            else EXPECT_EQ(findings, "") << "nothing lost, no scratch item left, nothing changed before the commit point";
+            else EXPECT_EQ(findings, "") << "nothing lost, no scratch left, no change before the commit point";
             EXPECT_TRUE(next.journalFiles("restore-").empty() && next.journalFiles("rewind-").empty());
-            EXPECT_EQ(test::differences(withoutScratch(after), withoutScratch(test::imageOf(next.root))), "") << "the recoveries write no user file";
+            EXPECT_EQ(test::differences(withoutScratch(after), withoutScratch(test::imageOf(next.root))), "")
+                << "the recoveries write no user file";
             auto reopened = test::StoreAudit::of(next.store);
             EXPECT_TRUE(reopened.problems.empty()) << reopened.summary();
         }
     }
     std::cout << "[ faults   ] " << scenario.name << ": " << injected << " faults injected (" << writes
-              << " writes x ENOSPC, EIO; commit point at " << commitAt << "), " << failedRuns << " runs failed, " << known.size()
-              << " runs hit a known fault\n";
+              << " writes x ENOSPC, EIO; commit point at " << commitAt << "), " << failedRuns << " runs failed, "
+              << known.size() << " runs hit a known fault\n";
     EXPECT_GT(failedRuns, 0) << "injected faults are noticed";
     if (!known.empty() || !litter.empty() || !misreported.empty())
         GTEST_SKIP() << (known.empty() ? "" : "Known fault, fixed on another branch: " + scenario.knownFault + ":\n" +

@@ -27,6 +27,8 @@ struct Damage {
     std::size_t orphanSlots = 0;
 };
 
+void PrintTo(const Damage& damage, std::ostream* out) { *out << damage.name; }
+
 void execute(const std::string& database, const std::string& sql) {
     sqlite3* db = nullptr;
     ASSERT_EQ(sqlite3_open(database.c_str(), &db), SQLITE_OK);

@@ -65,7 +65,8 @@ bool writeWhole(const std::string& path, const std::string& contents, int flags)
                 writeWhole(path, contents, O_TRUNC);
                 break;
             case 1:  // a temporary renamed over the original
-                if (writeWhole(path + ".tmp", contents, O_TRUNC | O_EXCL)) ::rename((path + ".tmp").c_str(), path.c_str());
+                if (writeWhole(path + ".tmp", contents, O_TRUNC | O_EXCL))
+                    ::rename((path + ".tmp").c_str(), path.c_str());
                 break;
             default:  // unlinked, then created anew
                 ::unlink(path.c_str());
@@ -88,7 +89,8 @@ KillSoak::Figures KillSoak::run(const Options& options) {
     const std::string root = fs::canonical(watched.path()).string();
     writeFile(home / "settings.json", R"({"vosklin.mergeWindowSeconds": 0.2})");
     std::mt19937 random(options.seed);
-    for (int i = 0; i < options.files; ++i) writeFile(root + "/" + fileName(i, options), contentsFor(random, i, -1, options));
+    for (int i = 0; i < options.files; ++i)
+        writeFile(root + "/" + fileName(i, options), contentsFor(random, i, -1, options));
 
     const std::string stopFile = control / "stop", countFile = control / "saves";
     pid_t writer = ::fork();
@@ -131,7 +133,8 @@ KillSoak::Figures KillSoak::run(const Options& options) {
         if (options.kills > 0) ++figures.killsSurvived;
         auto settled = runInHome(home.path(), {"settle", "--timeout", "120"});
         if (settled.exitStatus != 0) figures.problems.push_back("settle: " + settled.err);
-        if (daemon.stop() != 0) figures.problems.push_back("the daemon did not stop cleanly: " + daemon.standardError());
+        if (daemon.stop() != 0)
+            figures.problems.push_back("the daemon did not stop cleanly: " + daemon.standardError());
     }
 
     auto audit = StoreAudit::of(home / "store");
