@@ -62,6 +62,7 @@ TEST(CaptureCrashTest, AKillBeforeAnyWriteLeavesASoundStoreAndUntouchedFiles) {
         }
     }
     EXPECT_GT(completedAt, 15) << "a batch of five units takes many writes; each was interrupted in turn";
+    // Skips only while the fault shows; once it is fixed, drop this so that its return fails.
     if (!emptyAfterKill.empty())
         GTEST_SKIP() << "Known fault, not fixed yet: a capture killed between making its slot and filling it "
                         "leaves an empty directory under versions/ that nothing ever removes (no sweep at "
