@@ -237,7 +237,10 @@ RewindReport RewindService::rewind(const WatchedFolder& folder, const RewindPlan
                 ++report.removedCount;
             } else if (std::find(staged.begin(), staged.end(), &item) != staged.end()) {
                 if (!stillKeepable(item)) continue;
-                placement.commit(folder.path, step.relativePath, item.scratchName);
+                // Swapped in is written, even when the old content stays behind under the
+                // scratch name: the sweep below (or recovery) takes it away.
+                if (auto left = placement.commit(folder.path, step.relativePath, item.scratchName))
+                    c_.logger.error("A rewind could not remove its scratch item: " + std::string(left->what()));
                 written.push_back({folder.id, folder.path, item.destination, step.isPackage, CaptureSource::rewound,
                                    afterBatch});
                 ++(step.action == Action::revert ? report.revertedCount : report.restoredCount);

@@ -56,15 +56,21 @@ void SafePlacement::stage(const std::string& root, const std::string& relativePa
     }
 }
 
-void SafePlacement::commit(const std::string& root, const std::string& relativePath, const std::string& scratchName) {
+std::optional<FileSystemError> SafePlacement::commit(const std::string& root, const std::string& relativePath,
+                                                     const std::string& scratchName) {
     UniqueFd directory = fileSystem_.openDirectoryBeneath(root, parentPath(relativePath) == "." ? "" : parentPath(relativePath));
     const std::string name = lastComponent(relativePath);
-    if (fileSystem_.statAt(directory.get(), name)) {
-        fileSystem_.renameAt(directory.get(), scratchName, name, true);
-        removeItem(directory.get(), scratchName);  // now the old content
-    } else {
+    if (!fileSystem_.statAt(directory.get(), name)) {
         fileSystem_.renameAt(directory.get(), scratchName, name, false);
+        return std::nullopt;
     }
+    fileSystem_.renameAt(directory.get(), scratchName, name, true);
+    try {
+        removeItem(directory.get(), scratchName);  // now the old content
+    } catch (const FileSystemError& error) {
+        return error;
+    }
+    return std::nullopt;
 }
 
 void SafePlacement::place(const std::string& root, const std::string& relativePath, const std::string& payload,
@@ -84,7 +90,7 @@ void SafePlacement::place(const std::string& root, const std::string& relativePa
         } else {
             fileSystem_.syncFileSystem(descriptorPath(directory.get()));
         }
-        commit(root, relativePath, scratch);
+        if (auto left = commit(root, relativePath, scratch)) throw *left;
         fileSystem_.syncDirectory(directory.get());
     } catch (...) {
         try {

@@ -1,9 +1,11 @@
 #pragma once
 
 #include <functional>
+#include <optional>
 #include <string>
 
 #include "platform/FileSystem.h"
+#include "platform/FileSystemError.h"
 #include "store/PayloadCloner.h"
 
 namespace vosklin {
@@ -42,7 +44,11 @@ public:
     // swap happens before the copies are on disk. Neither half syncs.
     void stage(const std::string& root, const std::string& relativePath, const std::string& payload,
                const std::string& scratchName, const CopyCheck& checkCopy = nullptr);
-    void commit(const std::string& root, const std::string& relativePath, const std::string& scratchName);
+    // Once the swap is done the new content is in place, whatever follows: when what was
+    // swapped out cannot be removed, it stays under the scratch name (which a journal
+    // names, for recovery) and the error is returned, not thrown.
+    std::optional<FileSystemError> commit(const std::string& root, const std::string& relativePath,
+                                          const std::string& scratchName);
     // Removes the file (or package directory) at root/relativePath; nothing there is fine.
     // With `sync` false the caller syncs (a batch).
     void remove(const std::string& root, const std::string& relativePath, bool sync = true);
