@@ -56,9 +56,11 @@ public:
     // ioctl(FICLONE): share the source's blocks. Throws with the kernel's errno
     // (EOPNOTSUPP, EXDEV, EINVAL... when the file system cannot clone).
     virtual void cloneFile(int source, int destination, const std::string& destinationPath) = 0;
-    // Copies the whole source into the destination (copy_file_range, then
-    // read/write where the kernel cannot). Returns the bytes copied.
-    virtual std::uint64_t copyContents(int source, int destination, const std::string& destinationPath) = 0;
+    // Copies up to `most` bytes from the source's position to the destination's
+    // (copy_file_range, in the kernel; read and write where it cannot). Returns the
+    // bytes copied, 0 only at the source's end: callers loop, and may stop in between.
+    virtual std::uint64_t copyContents(int source, int destination, std::uint64_t most,
+                                       const std::string& destinationPath) = 0;
     // flock(LOCK_SH | LOCK_NB): false when another process holds it exclusively.
     virtual bool tryLockShared(int fd) = 0;
 

@@ -180,34 +180,21 @@ void PosixFileSystem::cloneFile(int source, int destination, const std::string& 
     if (::ioctl(destination, FICLONE, source) != 0) fail("clone", destinationPath);
 }
 
-std::uint64_t PosixFileSystem::copyContents(int source, int destination, const std::string& destinationPath) {
-    std::uint64_t copied = 0;
-    bool useCopyRange = true;
+std::uint64_t PosixFileSystem::copyContents(int source, int destination, std::uint64_t most,
+                                            const std::string& destinationPath) {
     for (;;) {
-        if (useCopyRange) {
-            ssize_t count = ::copy_file_range(source, nullptr, destination, nullptr, 1 << 30, 0);
-            if (count > 0) {
-                copied += std::uint64_t(count);
-                continue;
-            }
-            if (count == 0) return copied;
-            if (errno == EINTR) continue;
-            // Kernels and file systems that cannot do it in-kernel say so; copy by hand.
-            if (errno == EXDEV || errno == ENOSYS || errno == EOPNOTSUPP || errno == EINVAL) {
-                useCopyRange = false;
-                continue;
-            }
-            fail("copy", destinationPath);
-        }
-        static constexpr std::size_t chunk = 1 << 20;
-        std::unique_ptr<char[]> buffer(new char[chunk]);
-        for (;;) {
-            std::size_t count = read(source, buffer.get(), chunk);
-            if (count == 0) return copied;
-            writeAll(destination, buffer.get(), count);
-            copied += count;
-        }
+        ssize_t count = ::copy_file_range(source, nullptr, destination, nullptr, std::size_t(most), 0);
+        if (count >= 0) return std::uint64_t(count);
+        if (errno == EINTR) continue;
+        // Kernels and file systems that cannot do it in-kernel say so; copy by hand.
+        if (errno == EXDEV || errno == ENOSYS || errno == EOPNOTSUPP || errno == EINVAL) break;
+        fail("copy", destinationPath);
     }
+    static constexpr std::size_t chunk = 1 << 20;
+    std::unique_ptr<char[]> buffer(new char[chunk]);
+    const std::size_t count = read(source, buffer.get(), std::size_t(std::min<std::uint64_t>(most, chunk)));
+    writeAll(destination, buffer.get(), count);
+    return count;
 }
 
 bool PosixFileSystem::tryLockShared(int fd) {

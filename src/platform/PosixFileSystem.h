@@ -23,7 +23,8 @@ public:
     void syncFileSystem(const std::string& path) override;
     std::size_t readAt(int fd, void* buffer, std::size_t size, std::uint64_t offset) override;
     void cloneFile(int source, int destination, const std::string& destinationPath) override;
-    std::uint64_t copyContents(int source, int destination, const std::string& destinationPath) override;
+    std::uint64_t copyContents(int source, int destination, std::uint64_t most,
+                               const std::string& destinationPath) override;
     bool tryLockShared(int fd) override;
 
     void setMode(int fd, mode_t mode) override;

@@ -124,13 +124,12 @@ void PayloadCloner::copyDirectory(const std::string& source, const std::string& 
 }
 
 void PayloadCloner::copyInChunks(int input, int output, const std::string& destination, std::stop_token stop) {
-    std::unique_ptr<char[]> buffer(new char[chunkSize]);
-    for (std::size_t count = 0;;) {
-        // Asked after a whole chunk only: a file smaller than one always finishes.
-        if (count == chunkSize && stop.stop_requested()) throw FileSystemError(ECANCELED, "copy", destination);
-        count = fileSystem_.read(input, buffer.get(), chunkSize);
+    for (std::uint64_t copied = 0;;) {
+        // Asked once a whole chunk is copied: a file smaller than one always finishes.
+        if (copied >= chunkSize && stop.stop_requested()) throw FileSystemError(ECANCELED, "copy", destination);
+        const std::uint64_t count = fileSystem_.copyContents(input, output, chunkSize, destination);
         if (count == 0) return;
-        fileSystem_.writeAll(output, buffer.get(), count);
+        copied += count;
     }
 }
 

@@ -52,7 +52,7 @@ private:
                                  class ReadCoordinator& coordinator, std::stop_token stop);
     void copyDirectory(const std::string& source, const std::string& destination, dev_t device,
                        ReadCoordinator& coordinator, std::stop_token stop);
-    // read/write in chunks of `chunkSize`, looking at `stop` between them.
+    // In chunks of `chunkSize` (in the kernel where it can), looking at `stop` between them.
     void copyInChunks(int input, int output, const std::string& destination, std::stop_token stop);
     void copyAttributes(int source, int destination);
 

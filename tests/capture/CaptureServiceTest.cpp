@@ -189,7 +189,7 @@ TEST_F(CaptureServiceTest, AFileRemovedDuringItsCaptureIsSkippedAndLeavesNoSlot)
 TEST_F(CaptureServiceTest, FailuresLeaveNoVersionRowAndNoSlot) {
     directory.write("Documents/a.txt", "alpha");
     fileSystem.fail(Operation::clone, EOPNOTSUPP);
-    fileSystem.fail(Operation::write, ENOSPC);
+    fileSystem.fail(Operation::copy, ENOSPC);
     EXPECT_THROW(service.capture(request("a.txt"), noon), std::exception);
     fileSystem.fail(Operation::rename, EIO, 1, "vosklin-version.json");  // the sidecar's atomic rename
     EXPECT_THROW(service.capture(request("a.txt"), noon + 1), std::exception);
@@ -235,7 +235,7 @@ TEST_F(CaptureServiceTest, AStoppedBatchRecordsWhatWasCopiedAndRemovesThePartial
     std::stop_source stop;
     fileSystem.fail(Operation::clone, EOPNOTSUPP, 3);  // copied, so in chunks
     fileSystem.beforeMutation = [&](Operation operation, const std::string& path) {
-        if (operation == Operation::write && path.find("large.bin") != std::string::npos) stop.request_stop();
+        if (operation == Operation::copy && path.find("large.bin") != std::string::npos) stop.request_stop();
     };
     auto results = service.captureBatch({request("small.txt"), request("large.bin"), request("after.txt")},
                                         [] { return noon; }, stop.get_token());

@@ -72,7 +72,7 @@ TEST_F(PayloadClonerTest, RefusedCloneFallsBackToACopy) {
 TEST_F(PayloadClonerTest, FailuresLeaveNothingBehindAndCarryTheErrno) {
     const std::string source = directory.write("a.bin", "data");
     fileSystem.fail(Operation::clone, EOPNOTSUPP);
-    fileSystem.fail(Operation::write, ENOSPC);
+    fileSystem.fail(Operation::copy, ENOSPC);
     try {
         cloner.clone(source, directory / "b.bin");
         FAIL();
@@ -173,7 +173,7 @@ TEST_F(PayloadClonerTest, AStoppedCopyEndsAtTheNextChunkAndLeavesNothing) {
         std::stop_source stop;
         fileSystem.fail(Operation::clone, EOPNOTSUPP, 10);  // copied, so in chunks
         fileSystem.beforeMutation = [&](Operation operation, const std::string&) {
-            if (operation == Operation::write) stop.request_stop();
+            if (operation == Operation::copy) stop.request_stop();
         };
         const std::string destination = source + ".copy";
         try {

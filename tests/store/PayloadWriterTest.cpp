@@ -62,7 +62,7 @@ TEST_F(PayloadWriterTest, NoSlotSurvivesAFailedPayload) {
     // The disk filled up during the copy.
     const std::string source = directory.write("f.txt", "content");
     fileSystem.fail(FaultyFileSystem::Operation::clone, EOPNOTSUPP);
-    fileSystem.fail(FaultyFileSystem::Operation::write, ENOSPC);
+    fileSystem.fail(FaultyFileSystem::Operation::copy, ENOSPC);
     EXPECT_THROW(writer.write(5, 1'740'839'525, source, false), CloneError);
     EXPECT_EQ(slotsOnDisk(), 0u);
     // The copy could not be read back for its digest.

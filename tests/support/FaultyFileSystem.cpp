@@ -97,9 +97,10 @@ void FaultyFileSystem::cloneFile(int source, int destination, const std::string&
     real_.cloneFile(source, destination, destinationPath);
 }
 
-std::uint64_t FaultyFileSystem::copyContents(int source, int destination, const std::string& destinationPath) {
+std::uint64_t FaultyFileSystem::copyContents(int source, int destination, std::uint64_t most,
+                                             const std::string& destinationPath) {
     check(Operation::copy, destinationPath, true);
-    return real_.copyContents(source, destination, destinationPath);
+    return real_.copyContents(source, destination, most, destinationPath);
 }
 
 bool FaultyFileSystem::tryLockShared(int fd) {
