@@ -12,6 +12,7 @@
 #include <nlohmann/json.hpp>
 #include <thread>
 
+#include "app/LiveDaemonTest.h"
 #include "support/CommandRunner.h"
 #include "support/DaemonProcess.h"
 #include "support/SpecialFiles.h"
@@ -23,20 +24,9 @@ namespace {
 namespace fs = std::filesystem;
 using nlohmann::json;
 using test::DaemonProcess;
-using test::TempDirectory;
 
-class SpecialFilesTest : public ::testing::Test {
+class SpecialFilesTest : public test::LiveDaemonTest {
 protected:
-    void SetUp() override { test::writeFile(home / "settings.json", R"({"vosklin.mergeWindowSeconds": 0.2})"); }
-
-    test::CommandResult vosklin(std::vector<std::string> arguments) {
-        return test::runInHome(home.path(), std::move(arguments));
-    }
-    json versionsOf(const std::string& path) {
-        auto result = vosklin({"versions", path, "--json"});
-        auto parsed = json::parse(result.out, nullptr, false);
-        return parsed.is_object() ? parsed["versions"] : json::array();
-    }
     json daemonStats() {
         auto status = test::jsonInHome(home.path(), {"status"});
         return status["daemon"].value("stats", json::object());
@@ -53,10 +43,6 @@ protected:
         }
         return found;
     }
-
-    TempDirectory home;
-    TempDirectory watched;
-    const std::string root = fs::canonical(watched.path()).string();
 };
 
 TEST_F(SpecialFilesTest, PipesSocketsAndDevicesNeitherHoldTheDaemonNorGetHistory) {
@@ -70,13 +56,9 @@ TEST_F(SpecialFilesTest, PipesSocketsAndDevicesNeitherHoldTheDaemonNorGetHistory
         else std::printf("skipped: %s\n", whyNot.c_str());
     }
     watched.write("saved.txt", "saved after them");
-    auto settled = vosklin({"settle", "--timeout", "20"});
-    ASSERT_EQ(settled.exitStatus, 0) << "settle: " << settled.err;
+    settle();
     EXPECT_EQ(versionsOf(root + "/saved.txt").size(), 1u);
-    for (const auto& path : made) {
-        auto result = vosklin({"versions", path, "--json"});
-        EXPECT_NE(result.exitStatus, 0) << path << " has history: " << result.out;
-    }
+    for (const auto& path : made) expectNoHistory(path);
     EXPECT_GE(daemonStats().value("skipped", 0), std::int64_t(made.size()));
     EXPECT_EQ(daemon.stop(), 0) << daemon.standardError();
 }
