@@ -12,6 +12,7 @@
 #include "platform/Uuid.h"
 #include "support/FaultyFileSystem.h"
 #include "support/TempDirectory.h"
+#include "support/Thrown.h"
 #include "support/WorkingDirectory.h"
 
 namespace vosklin {
@@ -41,15 +42,14 @@ protected:
         return fs::canonical(place / relative).string();
     }
 
-    // Why `path` was refused, or nothing when it was admitted.
-    std::optional<Kind> refusal(const std::string& path, const std::vector<WatchedFolder>& watched = {}) {
-        try {
-            admission.admit(path, CaptureMode::automatic, watched);
-        } catch (const FolderListError& error) {
-            EXPECT_FALSE(std::string(error.what()).empty());
-            return error.kind();
-        }
-        return std::nullopt;
+    // Why `path` was refused (by `by`, else the fixture's admission), or nothing when it was admitted.
+    std::optional<Kind> refusal(const std::string& path, const std::vector<WatchedFolder>& watched = {},
+                                FolderAdmission* by = nullptr) {
+        auto error = test::thrown<FolderListError>(
+            [&] { (by ? *by : admission).admit(path, CaptureMode::automatic, watched); });
+        if (!error) return std::nullopt;
+        EXPECT_FALSE(std::string(error->what()).empty());
+        return error->kind();
     }
 
     static WatchedFolder watching(const std::string& path) {
@@ -74,11 +74,9 @@ TEST_F(FolderAdmissionTest, SomethingThatIsNotAnExistingFolderIsNotAFolder) {
     EXPECT_EQ(refusal(place / "missing"), Kind::notAFolder);
     const std::string file = place.write("notes.txt", "text");
     EXPECT_EQ(refusal(file), Kind::notAFolder);
-    try {
-        admission.admit(place / "missing", CaptureMode::automatic, {});
-    } catch (const FolderListError& error) {
-        EXPECT_NE(std::string(error.what()).find(place / "missing"), std::string::npos) << error.what();
-    }
+    auto error = test::thrown<FolderListError>([&] { admission.admit(place / "missing", CaptureMode::automatic, {}); });
+    ASSERT_TRUE(error);
+    EXPECT_NE(std::string(error->what()).find(place / "missing"), std::string::npos) << error->what();
 }
 
 TEST_F(FolderAdmissionTest, UnreadableFolderIsRefused) {
@@ -116,14 +114,8 @@ TEST_F(FolderAdmissionTest, HomeFolderReachedThroughALinkIsStillTheHomeFolder) {
     fs::create_directory_symlink(place / "users", place / "home");
     for (const std::string& homeVariable : {place / "home/ann", realHome + "/"}) {
         FolderAdmission admitting(fileSystem, locator, homeVariable);
-        for (const std::string& path : {realHome, realHome + "/.cache"}) {
-            try {
-                admitting.admit(path, CaptureMode::automatic, {});
-                ADD_FAILURE() << path << " was admitted with HOME=" << homeVariable;
-            } catch (const FolderListError& error) {
-                EXPECT_EQ(error.kind(), Kind::reservedRoot) << path << " with HOME=" << homeVariable;
-            }
-        }
+        for (const std::string& path : {realHome, realHome + "/.cache"})
+            EXPECT_EQ(refusal(path, {}, &admitting), Kind::reservedRoot) << path << " with HOME=" << homeVariable;
     }
 }
 
@@ -148,14 +140,8 @@ TEST_F(FolderAdmissionTest, DataFolderGivenThroughALinkIsStillRecognised) {
     StoreLocator linked(place / "data-link");
     FolderAdmission throughLink(fileSystem, linked, home);
     fs::create_directories(realData + "/store");
-    for (const std::string& path : {realData, realData + "/store", fs::canonical(place.path()).string()}) {
-        try {
-            throughLink.admit(path, CaptureMode::automatic, {});
-            ADD_FAILURE() << path << " was admitted";
-        } catch (const FolderListError& error) {
-            EXPECT_EQ(error.kind(), Kind::overlapsStore) << path;
-        }
-    }
+    for (const std::string& path : {realData, realData + "/store", fs::canonical(place.path()).string()})
+        EXPECT_EQ(refusal(path, {}, &throughLink), Kind::overlapsStore) << path;
 }
 
 TEST_F(FolderAdmissionTest, FolderAlreadyWatchedInsideOrAroundOneIsRefused) {
@@ -179,24 +165,16 @@ TEST_F(FolderAdmissionTest, FolderOnAnotherVolumeThanTheStoreIsRefused) {
         return path == home || path.starts_with(homePrefix) ? "8:1" : "8:2";
     });
     FolderAdmission admitting(fileSystem, twoVolumes, home);
-    try {
-        admitting.admit(elsewhere, CaptureMode::automatic, {});
-        ADD_FAILURE() << "a folder on another volume was admitted";
-    } catch (const FolderListError& error) {
-        EXPECT_EQ(error.kind(), Kind::unsupportedVolume);
-        EXPECT_NE(std::string(error.what()).find("8:2"), std::string::npos) << error.what();
-    }
+    auto error = test::thrown<FolderListError>([&] { admitting.admit(elsewhere, CaptureMode::automatic, {}); });
+    ASSERT_TRUE(error) << "a folder on another volume was admitted";
+    EXPECT_EQ(error->kind(), Kind::unsupportedVolume);
+    EXPECT_NE(std::string(error->what()).find("8:2"), std::string::npos) << error->what();
     fs::create_directories(home + "/Documents");
-    EXPECT_NO_THROW(admitting.admit(home + "/Documents", CaptureMode::automatic, {})) << "same volume as the store";
+    EXPECT_EQ(refusal(home + "/Documents", {}, &admitting), std::nullopt) << "same volume as the store";
 
     StoreLocator unreadable(container, [](const std::string&) -> std::optional<std::string> { return std::nullopt; });
     FolderAdmission blind(fileSystem, unreadable, home);
-    try {
-        blind.admit(elsewhere, CaptureMode::automatic, {});
-        ADD_FAILURE() << "a folder whose volume cannot be told was admitted";
-    } catch (const FolderListError& error) {
-        EXPECT_EQ(error.kind(), Kind::unsupportedVolume);
-    }
+    EXPECT_EQ(refusal(elsewhere, {}, &blind), Kind::unsupportedVolume) << "its volume cannot be told";
 }
 
 TEST_F(FolderAdmissionTest, AdmittedFolderIsRecordedByItsRealPathAndIdentity) {

@@ -14,6 +14,7 @@
 #include "platform/Uuid.h"
 #include "support/FaultyFileSystem.h"
 #include "support/TempDirectory.h"
+#include "support/Thrown.h"
 #include "support/WorkingDirectory.h"
 
 namespace vosklin {
@@ -38,12 +39,7 @@ protected:
 
     // What require() refuses `asked` with, or nothing when it found a folder.
     std::optional<FolderListError::Kind> requireFails(const std::string& asked) {
-        try {
-            list.require(asked);
-        } catch (const FolderListError& error) {
-            return error.kind();
-        }
-        return std::nullopt;
+        return test::kindThrown<FolderListError>([&] { list.require(asked); });
     }
 
     TempDirectory config;
@@ -165,12 +161,9 @@ TEST_F(FolderListTest, RequireRefusesWhatIsNotAWatchedFolder) {
     EXPECT_EQ(requireFails(place / "nowhere"), FolderListError::Kind::unknownFolder);
     EXPECT_EQ(requireFails(makeUuid()), FolderListError::Kind::unknownFolder);
     EXPECT_EQ(requireFails(""), FolderListError::Kind::unknownFolder) << "the working directory is not watched";
-    try {
-        list.require("no-such-folder");
-        ADD_FAILURE() << "found a folder that is not there";
-    } catch (const FolderListError& error) {
-        EXPECT_NE(std::string(error.what()).find("no-such-folder"), std::string::npos) << error.what();
-    }
+    auto error = test::thrown<FolderListError>([&] { list.require("no-such-folder"); });
+    ASSERT_TRUE(error) << "found a folder that is not there";
+    EXPECT_NE(std::string(error->what()).find("no-such-folder"), std::string::npos) << error->what();
 }
 
 TEST_F(FolderListTest, FolderContainingGivesTheFolderAndThePathBelowIt) {
@@ -209,19 +202,10 @@ TEST_F(FolderListTest, DamagedListIsRefusedAndNeverOverwritten) {
                                       "{\"folders\": [{\"path\": \"/no/id\"}]}"}) {
         SCOPED_TRACE(damaged);
         config.write("vosklin/folders.json", damaged);
-        auto expectMalformed = [&](const std::function<void()>& action) {
-            try {
-                action();
-                ADD_FAILURE() << "accepted a damaged list";
-            } catch (const FolderListError& error) {
-                EXPECT_EQ(error.kind(), FolderListError::Kind::malformedList);
-            }
-        };
-        expectMalformed([&] { list.folders(); });
-        expectMalformed([&] { list.require("/srv/x"); });
-        expectMalformed([&] { list.append(watched("/srv/new")); });
-        expectMalformed([&] { list.replace(watched("/srv/new")); });
-        expectMalformed([&] { list.remove("A", true); });
+        for (const auto& action : std::vector<std::function<void()>>{
+                 [&] { list.folders(); }, [&] { list.require("/srv/x"); }, [&] { list.append(watched("/srv/new")); },
+                 [&] { list.replace(watched("/srv/new")); }, [&] { list.remove("A", true); }})
+            EXPECT_EQ(test::kindThrown<FolderListError>(action), FolderListError::Kind::malformedList);
         EXPECT_EQ(test::readFile(listPath), damaged);
     }
 }
@@ -233,14 +217,9 @@ TEST_F(FolderListTest, ListThatCannotBeReadIsRefusedAndNeverOverwritten) {
     FolderList unreadable(listPath, failing);
     failing.fail(test::FaultyFileSystem::Operation::read, EIO, 2);
     for (const auto& action : std::vector<std::function<void()>>{[&] { unreadable.folders(); },
-                                                                 [&] { unreadable.append(watched("/srv/new")); }}) {
-        try {
-            action();
-            ADD_FAILURE() << "a list that could not be read was taken as empty";
-        } catch (const FolderListError& error) {
-            EXPECT_EQ(error.kind(), FolderListError::Kind::malformedList);
-        }
-    }
+                                                                 [&] { unreadable.append(watched("/srv/new")); }})
+        EXPECT_EQ(test::kindThrown<FolderListError>(action), FolderListError::Kind::malformedList)
+            << "a list that could not be read was taken as empty";
     EXPECT_EQ(test::readFile(listPath), before);
 }
 

@@ -16,15 +16,11 @@ namespace vosklin {
 namespace {
 
 using test::FaultyFileSystem;
+using test::setModified;
 using test::TempDirectory;
 using Operation = FaultyFileSystem::Operation;
 
 constexpr double noon = 1'740'830'400.0;  // 2025-03-01T12:00:00Z
-
-void setModified(const std::string& path, double instant) {
-    const timespec times[2] = {{std::time_t(instant), 0}, {std::time_t(instant), 0}};
-    ::utimensat(AT_FDCWD, path.c_str(), times, 0);
-}
 
 class CaptureServiceTest : public ::testing::Test {
 protected:

@@ -81,8 +81,8 @@ TEST_F(ReconciliationCrawlerTest, ModifiedDeletedAndRenamedFilesAreEachRecognise
     directory.write("Work/doomed.txt", "bye");
     directory.write("Work/moving.txt", "I keep my history");
     const std::string c = directory.write("Work/c.txt", "content of c");
-    const timespec longAgo[2] = {{std::time_t(clock.now() - 3600), 0}, {std::time_t(clock.now() - 3600), 0}};
-    ::utimensat(AT_FDCWD, c.c_str(), longAgo, 0);
+    const double longAgo = clock.now() - 3600;
+    test::setModified(c, longAgo);
     directory.write("Work/Photos/2024/a.jpg", "\xFF\xD8 a \xFF\xD9");
     directory.write("Work/Photos/2024/b.jpg", "\xFF\xD8 b \xFF\xD9");
     crawl();
@@ -91,8 +91,7 @@ TEST_F(ReconciliationCrawlerTest, ModifiedDeletedAndRenamedFilesAreEachRecognise
 
     test::writeFile(grown, "much longer now");
     test::writeFile(touched, "SAME SIZE");  // same length: only the modification time tells
-    const timespec later[2] = {{std::time_t(clock.now() + 30), 0}, {std::time_t(clock.now() + 30), 0}};
-    ::utimensat(AT_FDCWD, touched.c_str(), later, 0);
+    test::setModified(touched, clock.now() + 30);
     std::filesystem::remove(directory / "Work/doomed.txt");
     std::filesystem::rename(directory / "Work/moving.txt", directory / "Work/moved.txt");
     std::filesystem::rename(directory / "Work/Photos", directory / "Work/Pictures");
@@ -100,7 +99,7 @@ TEST_F(ReconciliationCrawlerTest, ModifiedDeletedAndRenamedFilesAreEachRecognise
     // c's recycled inode: everything but the content looks like a rename.
     std::filesystem::rename(c, directory / "Work/d.txt");
     test::writeFile(directory / "Work/d.txt", "CONTENT OF D");
-    ::utimensat(AT_FDCWD, (directory / "Work/d.txt").c_str(), longAgo, 0);
+    test::setModified(directory / "Work/d.txt", longAgo);
 
     auto report = crawl();
     EXPECT_EQ(report.captured, 3) << "grown, touched, and d.txt's own bytes";

@@ -14,6 +14,7 @@
 namespace vosklin {
 namespace {
 
+using test::setModified;
 using test::TempDirectory;
 
 class WatchCoordinatorTest : public ::testing::Test {
@@ -29,10 +30,6 @@ protected:
         std::vector<std::string> paths;
         for (const auto& unit : coordinator.flush()) paths.push_back(unit.unit.path);
         return paths;
-    }
-    void setModified(const std::string& path, double instant) {
-        const timespec times[2] = {{std::time_t(instant), 0}, {std::time_t(instant), 0}};
-        ::utimensat(AT_FDCWD, path.c_str(), times, 0);
     }
 
     TempDirectory directory;

@@ -5,6 +5,7 @@
 #include "catalog/CatalogError.h"
 #include "catalog/VersionCatalog.h"
 #include "support/TempDirectory.h"
+#include "support/Thrown.h"
 
 namespace vosklin {
 namespace {
@@ -93,17 +94,14 @@ TEST_P(ForeignSchemaVersionTest, IsRefusedAndLeftUntouched) {
                          std::to_string(version));
         before = schemaDump(database);
     }
-    try {
-        VersionCatalog catalog(path);
-        FAIL() << "version " << version << " must be refused";
-    } catch (const CatalogError& error) {
-        EXPECT_EQ(error.kind(), expected);
-        if (expected == CatalogError::Kind::storeIsNewerThanTheApp) {
-            EXPECT_EQ(error.storeVersion(), version);
-            EXPECT_EQ(error.appVersion(), 8);
-        } else {
-            EXPECT_NE(std::string(error.what()).find("vosklin check --rebuild"), std::string::npos) << error.what();
-        }
+    auto error = test::thrown<CatalogError>([&] { VersionCatalog catalog(path); });
+    ASSERT_TRUE(error) << "version " << version << " must be refused";
+    EXPECT_EQ(error->kind(), expected);
+    if (expected == CatalogError::Kind::storeIsNewerThanTheApp) {
+        EXPECT_EQ(error->storeVersion(), version);
+        EXPECT_EQ(error->appVersion(), 8);
+    } else {
+        EXPECT_NE(std::string(error->what()).find("vosklin check --rebuild"), std::string::npos) << error->what();
     }
     Database database(path);
     EXPECT_EQ(database.userVersion(), version);

@@ -2,9 +2,11 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <limits>
 
 #include "support/TempDirectory.h"
+#include "support/Thrown.h"
 
 namespace vosklin {
 namespace {
@@ -53,28 +55,25 @@ TEST_F(DatabaseTest, EveryValueKindBindsAndReadsBackUnchanged) {
 }
 
 TEST_F(DatabaseTest, FailuresCarrySqliteCodeAndMessage) {
-    try {
-        database.run("SELEKT 1");
-        FAIL() << "bad SQL must throw";
-    } catch (const DatabaseError& error) {
-        EXPECT_EQ(error.kind(), DatabaseError::Kind::statement);
-        EXPECT_EQ(error.code(), SQLITE_ERROR);
-        EXPECT_NE(error.message().find("syntax error"), std::string::npos) << error.message();
-    }
     database.execute("CREATE TABLE u (x UNIQUE)");
     database.run("INSERT INTO u VALUES (?)", {std::int64_t(1)});
-    try {
-        database.run("INSERT INTO u VALUES (?)", {std::int64_t(1)});
-        FAIL() << "a constraint violation must throw";
-    } catch (const DatabaseError& error) {
-        EXPECT_EQ(error.code() & 0xFF, SQLITE_CONSTRAINT);
-        EXPECT_NE(error.message().find("UNIQUE"), std::string::npos) << error.message();
-    }
-    try {
-        database.execute("INSERT INTO nowhere VALUES (1)");
-        FAIL() << "execute of bad SQL must throw";
-    } catch (const DatabaseError& error) {
-        EXPECT_NE(error.message().find("no such table: nowhere"), std::string::npos) << error.message();
+    struct Case {
+        std::function<void()> action;
+        int code;  // a constraint's extended code is compared by its primary part
+        const char* message;
+    };
+    const std::vector<Case> cases = {
+        {[&] { database.run("SELEKT 1"); }, SQLITE_ERROR, "syntax error"},
+        {[&] { database.run("INSERT INTO u VALUES (?)", {std::int64_t(1)}); }, SQLITE_CONSTRAINT, "UNIQUE"},
+        {[&] { database.execute("INSERT INTO nowhere VALUES (1)"); }, SQLITE_ERROR, "no such table: nowhere"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.message);
+        auto error = test::thrown<DatabaseError>(c.action);
+        ASSERT_TRUE(error);
+        EXPECT_EQ(error->kind(), DatabaseError::Kind::statement);
+        EXPECT_EQ(c.code == SQLITE_CONSTRAINT ? error->code() & 0xFF : error->code(), c.code);
+        EXPECT_NE(error->message().find(c.message), std::string::npos) << error->message();
     }
     // The connection is still usable after every failure: nothing was left unfinalized.
     EXPECT_EQ(database.scalar("SELECT COUNT(*) FROM u"), 1);
@@ -115,23 +114,17 @@ TEST_F(DatabaseTest, ChangesAndLastInsertRowIdAreReadThroughSql) {
 TEST_F(DatabaseTest, ClosedConnectionRefusesEveryOperation) {
     database.close();
     EXPECT_FALSE(database.isOpen());
-    try {
-        database.scalar("SELECT 1");
-        FAIL();
-    } catch (const DatabaseError& error) {
-        EXPECT_EQ(error.kind(), DatabaseError::Kind::closed);
-    }
+    auto error = test::thrown<DatabaseError>([&] { database.scalar("SELECT 1"); });
+    ASSERT_TRUE(error);
+    EXPECT_EQ(error->kind(), DatabaseError::Kind::closed);
     EXPECT_THROW(database.execute("SELECT 1"), DatabaseError);
 }
 
 TEST(DatabaseOpenTest, UnopenablePathGivesOpenErrorWithCode) {
-    try {
-        Database database("/nonexistent-directory/for/sure/test.sqlite");
-        FAIL() << "opening must fail";
-    } catch (const DatabaseError& error) {
-        EXPECT_EQ(error.kind(), DatabaseError::Kind::open);
-        EXPECT_EQ(error.code(), SQLITE_CANTOPEN);
-    }
+    auto error = test::thrown<DatabaseError>([] { Database("/nonexistent-directory/for/sure/test.sqlite"); });
+    ASSERT_TRUE(error);
+    EXPECT_EQ(error->kind(), DatabaseError::Kind::open);
+    EXPECT_EQ(error->code(), SQLITE_CANTOPEN);
 }
 
 }  // namespace

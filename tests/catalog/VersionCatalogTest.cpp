@@ -6,6 +6,7 @@
 
 #include "catalog/CatalogError.h"
 #include "support/TempDirectory.h"
+#include "support/Thrown.h"
 
 namespace vosklin {
 namespace {
@@ -72,13 +73,10 @@ TEST_F(VersionCatalogTest, RecordedVersionReadsBackWithEveryFieldAndMovesTheDige
 }
 
 TEST_F(VersionCatalogTest, MissingFileIsFileNotFound) {
-    try {
-        catalog.requireFile(4242);
-        FAIL();
-    } catch (const CatalogError& error) {
-        EXPECT_EQ(error.kind(), CatalogError::Kind::fileNotFound);
-        EXPECT_EQ(error.fileID(), 4242);
-    }
+    auto error = test::thrown<CatalogError>([&] { catalog.requireFile(4242); });
+    ASSERT_TRUE(error);
+    EXPECT_EQ(error->kind(), CatalogError::Kind::fileNotFound);
+    EXPECT_EQ(error->fileID(), 4242);
     EXPECT_FALSE(catalog.file(4242).has_value());
 }
 

@@ -10,6 +10,7 @@
 
 #include "support/RestoreFixture.h"
 #include "support/TempDirectory.h"
+#include "support/Thrown.h"
 
 namespace vosklin {
 namespace {
@@ -76,13 +77,10 @@ TEST_F(RestoreServiceTest, ThePreviousVersionOrASayingThereIsNone) {
     f.service.restorePrevious(f.folder.id, "a.txt");
     EXPECT_EQ(readFile(f.root + "/a.txt"), "one");
     f.capture("only.txt", "alone", t0);
-    try {
-        f.service.restorePrevious(f.folder.id, "only.txt");
-        FAIL();
-    } catch (const RestoreError& error) {
-        EXPECT_EQ(error.kind(), RestoreError::Kind::noPrevious);
-        EXPECT_STREQ(error.what(), "There is no earlier version of only.txt.");
-    }
+    auto error = test::thrown<RestoreError>([&] { f.service.restorePrevious(f.folder.id, "only.txt"); });
+    ASSERT_TRUE(error);
+    EXPECT_EQ(error->kind(), RestoreError::Kind::noPrevious);
+    EXPECT_STREQ(error->what(), "There is no earlier version of only.txt.");
 }
 
 TEST_F(RestoreServiceTest, ThePathPolicyRefusesBeforeAnythingIsWritten) {
@@ -108,13 +106,10 @@ TEST_F(RestoreServiceTest, ThePathPolicyRefusesBeforeAnythingIsWritten) {
     fs::remove_all(f.root + "/sub");
     fs::create_directories(directory / "outside");
     fs::create_directory_symlink(directory / "outside", f.root + "/sub");
-    try {
-        f.service.restore(version.id, RestoreMode::replaceInPlace);
-        FAIL() << "a write through a link leaving the folder must be refused";
-    } catch (const RestoreError& error) {
-        EXPECT_EQ(error.kind(), RestoreError::Kind::blockedBySafetyPolicy);
-        EXPECT_EQ(error.violation(), Violation::destinationOutsideGrantedFolders);
-    }
+    auto error = test::thrown<RestoreError>([&] { f.service.restore(version.id, RestoreMode::replaceInPlace); });
+    ASSERT_TRUE(error) << "a write through a link leaving the folder must be refused";
+    EXPECT_EQ(error->kind(), RestoreError::Kind::blockedBySafetyPolicy);
+    EXPECT_EQ(error->violation(), Violation::destinationOutsideGrantedFolders);
     EXPECT_TRUE(fs::is_empty(directory / "outside"));
     EXPECT_TRUE(f.journalFiles("restore").empty()) << "refused before the journal";
 }
@@ -128,14 +123,11 @@ TEST_F(RestoreServiceTest, ALinkSwappedInAfterTheCheckCannotRedirectTheWrite) {
         fs::rename(f.root + "/sub", directory / "moved-away");
         fs::create_directory_symlink(directory / "outside", f.root + "/sub");
     };
-    try {
-        f.service.restore(version.id, RestoreMode::replaceInPlace);
-        FAIL() << "the write must not follow the link";
-    } catch (const RestoreError& error) {
-        EXPECT_EQ(error.kind(), RestoreError::Kind::failed);
-        // O_NOFOLLOW on the link: ELOOP, or ENOTDIR since a directory was asked for.
-        EXPECT_TRUE(error.code() == ELOOP || error.code() == ENOTDIR) << error.code();
-    }
+    auto error = test::thrown<RestoreError>([&] { f.service.restore(version.id, RestoreMode::replaceInPlace); });
+    ASSERT_TRUE(error) << "the write must not follow the link";
+    EXPECT_EQ(error->kind(), RestoreError::Kind::failed);
+    // O_NOFOLLOW on the link: ELOOP, or ENOTDIR since a directory was asked for.
+    EXPECT_TRUE(error->code() == ELOOP || error->code() == ENOTDIR) << error->code();
     EXPECT_TRUE(fs::is_empty(directory / "outside")) << "nothing was written outside the watched folder";
     EXPECT_EQ(readFile(directory / "moved-away/a.txt"), "inside");
 }

@@ -16,6 +16,7 @@
 #include "platform/FileSystemError.h"
 #include "store/PayloadDigest.h"
 #include "support/RestoreFixture.h"
+#include "support/Thrown.h"
 
 namespace vosklin {
 namespace {
@@ -88,13 +89,10 @@ TEST_F(RewindServiceTest, NothingToDoWritesNothing) {
     captureAll({"a.txt"}, t0);
     auto plan = f.rewinds.plan(f.folder, t0);
     EXPECT_TRUE(plan.steps.empty());
-    try {
-        f.rewinds.rewind(f.folder, plan);
-        FAIL();
-    } catch (const RewindError& error) {
-        EXPECT_EQ(error.kind(), RewindError::Kind::nothingToDo);
-        EXPECT_EQ(error.textKey(), "rewind.error.nothingToDo");
-    }
+    auto error = test::thrown<RewindError>([&] { f.rewinds.rewind(f.folder, plan); });
+    ASSERT_TRUE(error);
+    EXPECT_EQ(error->kind(), RewindError::Kind::nothingToDo);
+    EXPECT_EQ(error->textKey(), "rewind.error.nothingToDo");
     EXPECT_TRUE(f.journalFiles("rewind").empty());
     EXPECT_TRUE(f.stack.catalog.marks(f.folder.id).empty());
 }
@@ -203,13 +201,10 @@ TEST(RewindProtectionTest, AFailedProtectingCaptureStopsTheRewindBeforeItsFirstW
         const auto before = snapshotOf(f.root);
         f.stack.fileSystem.fail(c.operation, c.error, 1,
                                 c.pathPart.empty() ? f.stack.layout.versionsDirectory() : c.pathPart);
-        try {
-            f.rewinds.rewind(f.folder, plan);
-            ADD_FAILURE() << "the rewind went on without keeping what it replaces";
-        } catch (const RewindError& error) {
-            EXPECT_EQ(error.kind(), RewindError::Kind::captureFailed);
-            EXPECT_EQ(error.textKey(), "rewind.error.captureFailed");
-        }
+        auto error = test::thrown<RewindError>([&] { f.rewinds.rewind(f.folder, plan); });
+        ASSERT_TRUE(error) << "the rewind went on without keeping what it replaces";
+        EXPECT_EQ(error->kind(), RewindError::Kind::captureFailed);
+        EXPECT_EQ(error->textKey(), "rewind.error.captureFailed");
         EXPECT_EQ(snapshotOf(f.root), before) << "nothing written";
         EXPECT_TRUE(f.journalFiles("rewind").empty());
         EXPECT_TRUE(f.stack.catalog.marks(f.folder.id).empty());

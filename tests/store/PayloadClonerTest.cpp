@@ -7,6 +7,8 @@
 #include <sys/xattr.h>
 
 #include <filesystem>
+#include <optional>
+#include <utility>
 
 #include "platform/PosixFileSystem.h"
 #include "store/CloneError.h"
@@ -16,6 +18,7 @@
 #include "support/RecordingLogger.h"
 #include "support/SpecialFiles.h"
 #include "support/TempDirectory.h"
+#include "support/Thrown.h"
 #include "support/XfsImage.h"
 
 namespace vosklin {
@@ -69,55 +72,36 @@ TEST_F(PayloadClonerTest, RefusedCloneFallsBackToACopy) {
     EXPECT_EQ(cloner.clone(source, directory / "c.bin").method, CloneMethod::copied);
 }
 
-TEST_F(PayloadClonerTest, FailuresLeaveNothingBehindAndCarryTheErrno) {
-    const std::string source = directory.write("a.bin", "data");
+// A clone that fails throws its kind and errno, leaves nothing behind, and
+// leaves alone whatever stood at the destination.
+TEST_F(PayloadClonerTest, FailuresThrowTheirKindAndErrnoAndLeaveNothingBehind) {
+    using Kind = CloneError::Kind;
+    directory.write("a.bin", "data");
+    directory.write("taken.txt", "precious");
+    directory.write("pkg.bundle/inner", "i");
+    directory.write("taken.bundle/keep", "k");
+    directory.write("Deck.key/a", "1");
+    directory.write("Deck.key/b/c", "2");
+    auto failure = [&](const std::string& source, const std::string& destination) -> std::optional<std::pair<Kind, int>> {
+        auto error = test::thrown<CloneError>([&] { cloner.clone(directory / source, directory / destination); });
+        if (!error) return std::nullopt;
+        return std::pair(error->kind(), error->code());
+    };
     fileSystem.fail(Operation::clone, EOPNOTSUPP);
     fileSystem.fail(Operation::copy, ENOSPC);
-    try {
-        cloner.clone(source, directory / "b.bin");
-        FAIL();
-    } catch (const CloneError& error) {
-        EXPECT_EQ(error.kind(), CloneError::Kind::failed);
-        EXPECT_EQ(error.code(), ENOSPC);
-    }
-    EXPECT_FALSE(std::filesystem::exists(directory / "b.bin"));
-
+    EXPECT_EQ(failure("a.bin", "b.bin"), std::pair(Kind::failed, ENOSPC));
     fileSystem.fail(Operation::clone, EIO);  // a real I/O error is not a refusal: no silent copy
-    try {
-        cloner.clone(source, directory / "c.bin");
-        FAIL();
-    } catch (const CloneError& error) {
-        EXPECT_EQ(error.code(), EIO);
-    }
-    EXPECT_FALSE(std::filesystem::exists(directory / "c.bin"));
-}
+    EXPECT_EQ(failure("a.bin", "c.bin"), std::pair(Kind::failed, EIO));
+    fileSystem.fail(Operation::create, ENOSPC, 1, "/c");
+    EXPECT_EQ(failure("Deck.key", "out.key"), std::pair(Kind::failed, ENOSPC)) << "a package copy failing half-way";
+    EXPECT_EQ(failure("nothing-here", "out"), std::pair(Kind::sourceMissing, ENOENT));
+    for (const char* destination : {"b.bin", "c.bin", "out.key", "out"})
+        EXPECT_FALSE(std::filesystem::exists(directory / destination)) << destination;
 
-TEST_F(PayloadClonerTest, ExistingDestinationIsRefusedAndLeftAlone) {
-    const std::string source = directory.write("a.txt", "new");
-    const std::string destination = directory.write("b.txt", "precious");
-    try {
-        cloner.clone(source, destination);
-        FAIL();
-    } catch (const CloneError& error) {
-        EXPECT_EQ(error.kind(), CloneError::Kind::destinationExists);
-        EXPECT_EQ(error.code(), EEXIST);
-    }
-    EXPECT_EQ(readFile(destination), "precious");
-    std::filesystem::create_directory(directory / "pkg.bundle");
-    std::filesystem::create_directory(directory / "taken.bundle");
-    directory.write("taken.bundle/keep", "k");
-    EXPECT_THROW(cloner.clone(directory / "pkg.bundle", directory / "taken.bundle"), CloneError);
+    EXPECT_EQ(failure("a.bin", "taken.txt"), std::pair(Kind::destinationExists, EEXIST));
+    EXPECT_EQ(readFile(directory / "taken.txt"), "precious");
+    EXPECT_EQ(failure("pkg.bundle", "taken.bundle"), std::pair(Kind::destinationExists, EEXIST));
     EXPECT_EQ(readFile(directory / "taken.bundle/keep"), "k");
-}
-
-TEST_F(PayloadClonerTest, MissingSourceIsSourceMissing) {
-    try {
-        cloner.clone(directory / "nothing-here", directory / "out");
-        FAIL();
-    } catch (const CloneError& error) {
-        EXPECT_EQ(error.kind(), CloneError::Kind::sourceMissing);
-    }
-    EXPECT_FALSE(std::filesystem::exists(directory / "out"));
 }
 
 // None of these is ever opened: a pipe without a writer would hold open(2) for good.
@@ -133,12 +117,8 @@ TEST_F(PayloadClonerTest, PipesSocketsAndDevicesAreNeverReadAndLeavePackagesWith
         }
         test::makeSpecialFile(kind, directory / ("Notes.bundle/inner-" + std::to_string(int(kind))), whyNot);
         const std::string destination = source + ".copy";
-        try {
-            cloner.clone(source, destination);
-            ADD_FAILURE() << "copied";
-        } catch (const CloneError& error) {
-            EXPECT_EQ(error.kind(), CloneError::Kind::sourceMissing) << error.what();
-        }
+        EXPECT_EQ(test::kindThrown<CloneError>([&] { cloner.clone(source, destination); }),
+                  CloneError::Kind::sourceMissing);
         EXPECT_FALSE(std::filesystem::exists(std::filesystem::symlink_status(destination)));
     }
     cloner.clone(directory / "Notes.bundle", directory / "Copy.bundle");

@@ -6,6 +6,7 @@
 
 #include "store/StoreLocatorError.h"
 #include "support/TempDirectory.h"
+#include "support/Thrown.h"
 
 namespace vosklin {
 namespace {
@@ -33,12 +34,9 @@ TEST(StoreLocatorTest, ContainerComesFromHomeOptionThenEnvironmentThenXdgThenHom
               "/h/.local/share/vosklin");
     EXPECT_EQ(StoreLocator::fromEnvironment(std::nullopt, environment({{"HOME", "/h"}})).storeRoot(),
               "/h/.local/share/vosklin/store");
-    try {
-        StoreLocator::fromEnvironment(std::nullopt, environment({}));
-        FAIL();
-    } catch (const StoreLocatorError& error) {
-        EXPECT_EQ(error.kind(), StoreLocatorError::Kind::containerUnavailable);
-    }
+    auto error = test::thrown<StoreLocatorError>([] { StoreLocator::fromEnvironment(std::nullopt, environment({})); });
+    ASSERT_TRUE(error);
+    EXPECT_EQ(error->kind(), StoreLocatorError::Kind::containerUnavailable);
 }
 
 TEST(StoreLocatorTest, FolderOnTheStoresVolumeIsAcceptedEvenBeforeTheContainerExists) {
@@ -53,20 +51,14 @@ TEST(StoreLocatorTest, FolderOnAnotherVolumeIsRefusedNamingItsVolume) {
         return std::string("259:2");
     });
     EXPECT_EQ(locator.storeRootFor("/home/ana/Documents"), "/container/store");
-    try {
-        locator.storeRootFor("/media/usb/Photos");
-        FAIL();
-    } catch (const StoreLocatorError& error) {
-        EXPECT_EQ(error.kind(), StoreLocatorError::Kind::unsupportedVolume);
-        EXPECT_EQ(error.identifier(), "8:33");
-    }
+    auto elsewhere = test::thrown<StoreLocatorError>([&] { locator.storeRootFor("/media/usb/Photos"); });
+    ASSERT_TRUE(elsewhere);
+    EXPECT_EQ(elsewhere->kind(), StoreLocatorError::Kind::unsupportedVolume);
+    EXPECT_EQ(elsewhere->identifier(), "8:33");
     StoreLocator blind("/container", [](const std::string&) { return std::optional<std::string>(); });
-    try {
-        blind.storeRootFor("/home/ana");
-        FAIL();
-    } catch (const StoreLocatorError& error) {
-        EXPECT_EQ(error.kind(), StoreLocatorError::Kind::containerUnavailable);
-    }
+    auto unknown = test::thrown<StoreLocatorError>([&] { blind.storeRootFor("/home/ana"); });
+    ASSERT_TRUE(unknown);
+    EXPECT_EQ(unknown->kind(), StoreLocatorError::Kind::containerUnavailable);
 }
 
 TEST(StoreLocatorTest, DeviceIdentifierIsMajorColonMinor) {

@@ -8,6 +8,7 @@
 #include "store/PayloadDigest.h"
 #include "store/Sha256.h"
 #include "support/TempDirectory.h"
+#include "support/Thrown.h"
 
 namespace vosklin {
 namespace {
@@ -50,23 +51,17 @@ TEST_F(StoredPayloadTest, CatalogRowsThatLeadOutOfTheStoreAreRefusedBeforeAnyRea
         StoredVersion version = intact;
         version.slot = row.slot;
         version.payloadName = row.name;
-        try {
-            payload(version).locate();
-            ADD_FAILURE() << "'" << row.slot << "' + '" << row.name << "' was accepted";
-        } catch (const StoredPayloadError& error) {
-            EXPECT_EQ(error.kind(), StoredPayloadError::Kind::outsideStore) << row.slot << " + " << row.name;
-        }
+        EXPECT_EQ(test::kindThrown<StoredPayloadError>([&] { payload(version).locate(); }),
+                  StoredPayloadError::Kind::outsideStore)
+            << "'" << row.slot << "' + '" << row.name << "'";
     }
     EXPECT_EQ(payload(intact).locate(), directory / "store/versions/2a/42/slot/notes.txt");
     StoredVersion gone = intact;
     gone.payloadName = "other.txt";
-    try {
-        payload(gone).locate();
-        ADD_FAILURE() << "a missing payload was located";
-    } catch (const StoredPayloadError& error) {
-        EXPECT_EQ(error.kind(), StoredPayloadError::Kind::missing);
-        EXPECT_STREQ(error.what(), "The stored copy of version 7 is missing from the store");
-    }
+    auto missing = test::thrown<StoredPayloadError>([&] { payload(gone).locate(); });
+    ASSERT_TRUE(missing) << "a missing payload was located";
+    EXPECT_EQ(missing->kind(), StoredPayloadError::Kind::missing);
+    EXPECT_STREQ(missing->what(), "The stored copy of version 7 is missing from the store");
 }
 
 // Intact bytes come out whole across chunk boundaries; changed ones (same length,

@@ -1,5 +1,8 @@
 #include "support/TempDirectory.h"
 
+#include <fcntl.h>
+#include <sys/stat.h>
+
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -39,6 +42,11 @@ void writeFile(const std::string& path, const std::string& contents) {
     std::ofstream out(path, std::ios::binary | std::ios::trunc);
     if (!out) throw std::runtime_error("cannot write " + path);
     out << contents;
+}
+
+void setModified(const std::string& path, double instant) {
+    const timespec times[2] = {{std::time_t(instant), 0}, {std::time_t(instant), 0}};
+    if (::utimensat(AT_FDCWD, path.c_str(), times, 0) != 0) throw std::runtime_error("cannot set the times of " + path);
 }
 
 }  // namespace vosklin::test

@@ -24,5 +24,7 @@ private:
 
 std::string readFile(const std::string& path);
 void writeFile(const std::string& path, const std::string& contents);
+// Sets a file's access and modification times to `instant` (whole seconds).
+void setModified(const std::string& path, double instant);
 
 }  // namespace vosklin::test
