@@ -47,6 +47,14 @@ protected:
         settings.set("vosklin.mergeWindowSeconds", 2);
     }
 
+    // Takes the watcher's changes, lets them settle for `seconds`, then captures what settled.
+    void settle(double seconds = 2) {
+        engine.drainWatcher();
+        engine.tick();
+        stack.clock.advance(seconds);
+        engine.tick();
+    }
+
     std::int64_t versionsOf(const std::string& relative) {
         auto file = stack.catalog.fileAtPath(folder.id, relative);
         return file ? std::int64_t(stack.catalog.versionsOfFile(file->id, 100).size()) : 0;
@@ -98,10 +106,7 @@ TEST_F(CaptureEngineTest, RenamesMoveHistoryAndDeletionsTombstoneIt) {
 
     fs::rename(root + "/dir", root + "/moved");
     fs::rename(root + "/before.txt", root + "/after.txt");
-    engine.drainWatcher();
-    engine.tick();
-    stack.clock.advance(2);
-    engine.tick();
+    settle();
     auto moved = stack.catalog.fileAtPath(folder.id, "moved/a.txt");
     ASSERT_TRUE(moved.has_value());
     EXPECT_EQ(moved->id, a.id);
@@ -148,10 +153,7 @@ TEST_P(BackupRenameTest, HistoryStaysWithTheRewrittenPath) {
     }
     directory.write("Watched/before.txt", "the new content");
     if (!c.keepBackup) fs::remove(root + "/" + c.backup);
-    engine.drainWatcher();
-    engine.tick();
-    stack.clock.advance(2);
-    engine.tick();
+    settle();
 
     auto file = stack.catalog.fileAtPath(folder.id, "before.txt");
     ASSERT_TRUE(file.has_value());
@@ -203,10 +205,7 @@ TEST_F(CaptureEngineTest, PausedAndManualFoldersGetNoLiveCaptures) {
     engine.runQueuedCrawls();
     EXPECT_EQ(versionsOf("before.txt"), 0) << "a manual folder is not crawled either: only snapshots";
     directory.write("Watched/x.txt", "x");
-    engine.drainWatcher();
-    engine.tick();
-    stack.clock.advance(5);
-    engine.tick();
+    settle(5);
     EXPECT_EQ(versionsOf("x.txt"), 0);
     CrawlCancellation cancellation;
     auto report = engine.snapshot(folder, cancellation);

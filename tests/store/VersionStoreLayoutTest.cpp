@@ -33,15 +33,12 @@ TEST_F(VersionStoreLayoutTest, PreparesItsTreeAndClearsStaging) {
     EXPECT_TRUE(std::filesystem::is_empty(directory / "store/staging"));
 }
 
-TEST_F(VersionStoreLayoutTest, SlotsAreGroupedByTheLowByteOfTheFileId) {
+// Slots are grouped by the low byte of the file id; captures in the same second get numbered slots.
+TEST_F(VersionStoreLayoutTest, SlotsAreGroupedByFileIdAndNumberedWithinASecond) {
     layout.prepareDirectories();
     EXPECT_EQ(layout.makeSlot(255, instant).relativePath, "versions/ff/255/20250301-143205");
     EXPECT_EQ(layout.makeSlot(256, instant).relativePath, "versions/00/256/20250301-143205");
     EXPECT_EQ(layout.makeSlot(42, instant).relativePath, "versions/2a/42/20250301-143205");
-}
-
-TEST_F(VersionStoreLayoutTest, CapturesInTheSameSecondGetNumberedSlots) {
-    layout.prepareDirectories();
     auto first = layout.makeSlot(7, instant);
     auto second = layout.makeSlot(7, instant + 0.1);
     auto third = layout.makeSlot(7, instant + 0.2);
