@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <random>
 
 namespace vosklin {
@@ -37,15 +38,17 @@ std::vector<std::string> rebuildNewer(const std::vector<std::string>& older, con
     return rebuilt;
 }
 
-TEST(TextDiffTest, IdenticalInputsAreOnlyContext) {
-    auto result = TextDiff::compare("a\nb\nc", "a\nb\nc");
-    ASSERT_EQ(result.kind, Result::Kind::lines);
-    EXPECT_TRUE(result.isIdentical());
-    ASSERT_EQ(result.lines.size(), 3u);
-    EXPECT_EQ(result.lines[2], (Line{Line::Kind::context, "c", 3, 3}));
+int countOf(const std::vector<Line>& lines, Line::Kind kind) {
+    return int(std::count_if(lines.begin(), lines.end(), [&](const Line& line) { return line.kind == kind; }));
 }
 
-TEST(TextDiffTest, ChangedLinesCarryTheNumbersOfTheirSide) {
+TEST(TextDiffTest, LinesCarryTheNumbersOfTheirSide) {
+    auto same = TextDiff::compare("a\nb\nc", "a\nb\nc");
+    ASSERT_EQ(same.kind, Result::Kind::lines);
+    EXPECT_TRUE(same.isIdentical()) << "identical inputs are only context";
+    ASSERT_EQ(same.lines.size(), 3u);
+    EXPECT_EQ(same.lines[2], (Line{Line::Kind::context, "c", 3, 3}));
+
     auto result = TextDiff::compare("one\ntwo\nthree\n", "one\n2\nthree\nfour\n");
     ASSERT_EQ(result.kind, Result::Kind::lines);
     std::vector<Line> expected = {
@@ -91,13 +94,8 @@ TEST(TextDiffTest, AMiddleUnderTheGateIsDiffedInFullAndOneOverItIsSummarised) {
     const std::string shared = numberedLines(10'000, "shared ");
     auto result = TextDiff::compare(shared + numberedLines(4'000, "old "), shared + numberedLines(4'000, "new "));
     ASSERT_EQ(result.kind, Result::Kind::lines);
-    int added = 0, removed = 0;
-    for (const auto& line : result.lines) {
-        added += line.kind == Line::Kind::added;
-        removed += line.kind == Line::Kind::removed;
-    }
-    EXPECT_EQ(added, 4'000);
-    EXPECT_EQ(removed, 4'000);
+    EXPECT_EQ(countOf(result.lines, Line::Kind::added), 4'000);
+    EXPECT_EQ(countOf(result.lines, Line::Kind::removed), 4'000);
 
     auto over = TextDiff::compare(shared + numberedLines(5'001, "old "), shared + numberedLines(5'001, "new "));
     ASSERT_EQ(over.kind, Result::Kind::summary);
@@ -149,14 +147,10 @@ TEST(TextDiffTest, TheEditScriptIsShortest) {
     std::string newer = older;
     newer.replace(newer.find("line 500\n"), 9, "line five hundred\n");
     auto result = TextDiff::compare(older, newer);
-    int changes = 0;
-    for (const auto& line : result.lines) changes += line.kind != Line::Kind::context;
-    EXPECT_EQ(changes, 2);
+    EXPECT_EQ(result.lines.size() - countOf(result.lines, Line::Kind::context), 2u);
     // Interleaved changes (no shared prefix or suffix to trim): edit distance 4.
     auto interleaved = TextDiff::compare("a\nb\nc\nd\ne", "x\nb\nc\ny\ne\nz");
-    changes = 0;
-    for (const auto& line : interleaved.lines) changes += line.kind != Line::Kind::context;
-    EXPECT_EQ(changes, 5);
+    EXPECT_EQ(interleaved.lines.size() - countOf(interleaved.lines, Line::Kind::context), 5u);
 }
 
 }  // namespace
