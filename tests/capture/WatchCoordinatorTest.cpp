@@ -26,6 +26,14 @@ protected:
     }
 
     FSEventRecord changed(const std::string& path) { return {path, std::nullopt, FSEventFlag::modified, 1, ""}; }
+    // A sparse file of `size` bytes (no real space used).
+    std::string sparseFile(const std::string& relative, off_t size) {
+        const std::string path = directory / relative;
+        const int fd = ::open(path.c_str(), O_CREAT | O_WRONLY, 0644);
+        EXPECT_EQ(::ftruncate(fd, size), 0) << path;
+        ::close(fd);
+        return path;
+    }
     std::vector<std::string> releasedPaths() {
         std::vector<std::string> paths;
         for (const auto& unit : coordinator.flush()) paths.push_back(unit.unit.path);
@@ -68,10 +76,7 @@ TEST_F(WatchCoordinatorTest, ChangesInsideAPackageMakeOnePendingPackage) {
 
 TEST_F(WatchCoordinatorTest, ALargeFileWaitsOneSecondPer20MBButNeverMoreThanAMinute) {
     // 2 GB would be 100 s at 20 MB a second; it is released at 60 s even while still changing.
-    const std::string big = directory / "Watched/disk.img";
-    int fd = ::open(big.c_str(), O_CREAT | O_WRONLY, 0644);
-    ASSERT_EQ(::ftruncate(fd, 2'000'000'000), 0);  // sparse: no real space used
-    ::close(fd);
+    const std::string big = sparseFile("Watched/disk.img", 2'000'000'000);
     coordinator.take({changed(big)});
     for (int second = 1; second < 60; ++second) {
         clock.advance(1);
@@ -82,10 +87,7 @@ TEST_F(WatchCoordinatorTest, ALargeFileWaitsOneSecondPer20MBButNeverMoreThanAMin
     EXPECT_EQ(releasedPaths(), std::vector<std::string>{big});
 
     // 200 MB waits its 10 s, not the merge window of 3 s.
-    const std::string medium = directory / "Watched/video.mov";
-    fd = ::open(medium.c_str(), O_CREAT | O_WRONLY, 0644);
-    ASSERT_EQ(::ftruncate(fd, 200'000'000), 0);
-    ::close(fd);
+    const std::string medium = sparseFile("Watched/video.mov", 200'000'000);
     WatchCoordinator::Settings quick;
     quick.mergeWindow = 3;
     WatchCoordinator shortWindow(fileSystem, clock, quick, ExcludeRules(), PackageKinds());
@@ -100,7 +102,7 @@ TEST_F(WatchCoordinatorTest, ALargeFileWaitsOneSecondPer20MBButNeverMoreThanAMin
     EXPECT_EQ(shortWindow.flush().size(), 1u);
 }
 
-TEST_F(WatchCoordinatorTest, AStableOldFileIsReleasedEarlyUnlessItIsEmpty) {
+TEST_F(WatchCoordinatorTest, OnlyAStableOldFileIsReleasedEarlyAndNotAnEmptyOne) {
     const std::string moved = directory.write("Watched/archive.zip", "zip bytes");
     const std::string empty = directory.write("Watched/placeholder.txt", "");
     setModified(moved, clock.now() - 200);  // moved in whole, written long ago
@@ -112,17 +114,16 @@ TEST_F(WatchCoordinatorTest, AStableOldFileIsReleasedEarlyUnlessItIsEmpty) {
     EXPECT_EQ(releasedPaths(), std::vector<std::string>{moved}) << "two equal probes of an old file: no need to wait";
     clock.advance(8);
     EXPECT_EQ(releasedPaths(), std::vector<std::string>{empty}) << "an empty file waits out the merge window";
-}
 
-TEST_F(WatchCoordinatorTest, AFreshFileStillWaitsTheMergeWindowEvenWhenStable) {
-    const std::string file = directory.write("Watched/fresh.txt", "just saved");
-    coordinator.take({changed(file)});
+    // A fresh file, stable or not, waits the merge window: an application may still write more.
+    const std::string fresh = directory.write("Watched/fresh.txt", "just saved");
+    coordinator.take({changed(fresh)});
     clock.advance(1);
     coordinator.flush();
     clock.advance(1);
     EXPECT_TRUE(releasedPaths().empty()) << "an application may still write more";
     clock.advance(8);
-    EXPECT_EQ(releasedPaths().size(), 1u);
+    EXPECT_EQ(releasedPaths(), std::vector<std::string>{fresh});
 }
 
 TEST_F(WatchCoordinatorTest, BatchesAreBoundedAndOldestFirst) {
