@@ -14,7 +14,7 @@
 #include <vector>
 
 #include "platform/FileSystemError.h"
-#include "store/PayloadDigest.h"
+#include "support/FolderImage.h"
 #include "support/RestoreFixture.h"
 #include "support/Thrown.h"
 
@@ -27,17 +27,6 @@ using test::t0;
 using test::TempDirectory;
 namespace fs = std::filesystem;
 using Action = RewindPlan::Step::Action;
-
-// Every file of the folder with its digest: the folder's whole content, to compare states.
-std::map<std::string, std::string> snapshotOf(const std::string& root) {
-    PosixFileSystem fileSystem;
-    PayloadDigest digest(fileSystem);
-    std::map<std::string, std::string> files;
-    for (const auto& entry : fs::recursive_directory_iterator(root))
-        if (entry.is_regular_file())
-            files[fs::relative(entry.path(), root).string()] = digest.fileDigest(entry.path().string());
-    return files;
-}
 
 class RewindServiceTest : public ::testing::Test {
 protected:
@@ -127,7 +116,7 @@ TEST_F(RewindServiceTest, UndoRestoresTheExactFormerContentsAndEmptiedFoldersAre
     fs::remove(f.root + "/keep.txt");
     fs::create_directories(f.root + "/Later/Deep");
     test::writeFile(f.root + "/Later/Deep/new.txt", "made after");
-    const auto before = snapshotOf(f.root);
+    const auto before = test::imageOf(f.root);
 
     f.stack.clock.set(t0 + 1000);
     auto report = f.rewinds.rewind(f.folder, f.rewinds.plan(f.folder, t0));
@@ -155,7 +144,7 @@ TEST_F(RewindServiceTest, UndoRestoresTheExactFormerContentsAndEmptiedFoldersAre
     // Undo: rewind to the beforeRewind moment.
     f.stack.clock.set(t0 + 2000);
     f.rewinds.rewind(f.folder, f.rewinds.plan(f.folder, report.beforeRewindAt));
-    EXPECT_EQ(snapshotOf(f.root), before) << "every file back, byte for byte";
+    EXPECT_EQ(test::imageOf(f.root), before) << "every file back, byte for byte";
 }
 
 using Op = test::FaultyFileSystem::Operation;
@@ -166,11 +155,7 @@ std::string standing(const std::string& path) {
     if (fs::is_symlink(path)) return "link to " + fs::read_symlink(path).string();
     if (!fs::is_directory(path)) return fs::exists(path) ? "file " + readFile(path) : "nothing";
     std::string tree = "folder";
-    std::set<std::string> items;
-    for (const auto& entry : fs::recursive_directory_iterator(path))
-        items.insert(fs::relative(entry.path(), path).string() +
-                     (entry.is_regular_file() ? "=" + readFile(entry.path()) : "/"));
-    for (const auto& item : items) tree += " " + item;
+    for (const auto& [item, contents] : test::imageOf(path)) tree += " " + item + "=" + contents;
     return tree;
 }
 
@@ -198,14 +183,14 @@ TEST(RewindProtectionTest, AFailedProtectingCaptureStopsTheRewindBeforeItsFirstW
         f.stack.clock.set(t0 + 1000);
         const auto plan = f.rewinds.plan(f.folder, t0);
         ASSERT_EQ(plan.steps.size(), 2u);
-        const auto before = snapshotOf(f.root);
+        const auto before = test::imageOf(f.root);
         f.stack.fileSystem.fail(c.operation, c.error, 1,
                                 c.pathPart.empty() ? f.stack.layout.versionsDirectory() : c.pathPart);
         auto error = test::thrown<RewindError>([&] { f.rewinds.rewind(f.folder, plan); });
         ASSERT_TRUE(error) << "the rewind went on without keeping what it replaces";
         EXPECT_EQ(error->kind(), RewindError::Kind::captureFailed);
         EXPECT_EQ(error->textKey(), "rewind.error.captureFailed");
-        EXPECT_EQ(snapshotOf(f.root), before) << "nothing written";
+        EXPECT_EQ(test::imageOf(f.root), before) << "nothing written";
         EXPECT_TRUE(f.journalFiles("rewind").empty());
         EXPECT_TRUE(f.stack.catalog.marks(f.folder.id).empty());
     }
