@@ -9,6 +9,7 @@
 #include "store/CloneError.h"
 #include "store/VersionSidecar.h"
 #include "support/CaptureStack.h"
+#include "support/FolderImage.h"
 #include "support/SpecialFiles.h"
 #include "support/TempDirectory.h"
 
@@ -39,11 +40,8 @@ protected:
         return count;
     }
     std::size_t itemsUnderVersions() {
-        std::size_t count = 0;
-        if (!std::filesystem::exists(layout.versionsDirectory())) return 0;
-        for ([[maybe_unused]] const auto& entry : std::filesystem::recursive_directory_iterator(layout.versionsDirectory()))
-            ++count;
-        return count;
+        const std::string versions = layout.versionsDirectory();
+        return std::filesystem::exists(versions) ? test::imageOf(versions).size() : 0;
     }
 
     TempDirectory directory;

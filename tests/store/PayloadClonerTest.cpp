@@ -14,6 +14,7 @@
 #include "store/CloneError.h"
 #include "store/PayloadDigest.h"
 #include "support/FaultyFileSystem.h"
+#include "support/FolderImage.h"
 #include "support/ManualClock.h"
 #include "support/RecordingLogger.h"
 #include "support/SpecialFiles.h"
@@ -122,10 +123,7 @@ TEST_F(PayloadClonerTest, PipesSocketsAndDevicesAreNeverReadAndLeavePackagesWith
         EXPECT_FALSE(std::filesystem::exists(std::filesystem::symlink_status(destination)));
     }
     cloner.clone(directory / "Notes.bundle", directory / "Copy.bundle");
-    std::vector<std::string> copied;
-    for (const auto& entry : std::filesystem::directory_iterator(directory / "Copy.bundle"))
-        copied.push_back(entry.path().filename());
-    EXPECT_EQ(copied, std::vector<std::string>{"text.txt"});
+    EXPECT_EQ(test::imageOf(directory / "Copy.bundle"), (test::FolderImage{{"text.txt", "kept"}}));
 }
 
 // Stop is asked while the copy runs (as its first chunk is written): a file
