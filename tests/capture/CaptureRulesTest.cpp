@@ -82,24 +82,25 @@ protected:
                                    fileSystem);
     }
 
+    // The unit at `relative` below the root.
+    CaptureUnitResolver::Unit unit(const std::string& relative, bool isPackage = false) {
+        return {directory / ("root/" + relative), isPackage};
+    }
+
     TempDirectory directory;
     PosixFileSystem fileSystem;
 };
 
 TEST_F(CaptureUnitResolverTest, FilesAreThemselvesAndPackageContentsAreThePackage) {
     auto r = resolver();
-    EXPECT_EQ(r.resolve(directory / "root/notes.txt"), (CaptureUnitResolver::Unit{directory / "root/notes.txt", false}));
-    EXPECT_EQ(r.resolve(directory / "root/Book.pages/Data/x.jpg"),
-              (CaptureUnitResolver::Unit{directory / "root/Book.pages", true}));
-    EXPECT_EQ(r.resolve(directory / "root/Book.pages"), (CaptureUnitResolver::Unit{directory / "root/Book.pages", true}));
-    EXPECT_EQ(r.resolve(directory / "root/Outer.bundle/Inner.rtfd/TXT.rtf"),
-              (CaptureUnitResolver::Unit{directory / "root/Outer.bundle", true}))
+    EXPECT_EQ(r.resolve(directory / "root/notes.txt"), unit("notes.txt"));
+    EXPECT_EQ(r.resolve(directory / "root/Book.pages/Data/x.jpg"), unit("Book.pages", true));
+    EXPECT_EQ(r.resolve(directory / "root/Book.pages"), unit("Book.pages", true));
+    EXPECT_EQ(r.resolve(directory / "root/Outer.bundle/Inner.rtfd/TXT.rtf"), unit("Outer.bundle", true))
         << "nested packages: the outermost is the document";
-    EXPECT_EQ(r.resolve(directory / "root/Tool.app/Contents/Info.plist"),
-              (CaptureUnitResolver::Unit{directory / "root/Tool.app/Contents/Info.plist", false}))
+    EXPECT_EQ(r.resolve(directory / "root/Tool.app/Contents/Info.plist"), unit("Tool.app/Contents/Info.plist"))
         << "an application is never a unit";
-    EXPECT_EQ(r.resolve(directory / "root/deleted-since.txt"),
-              (CaptureUnitResolver::Unit{directory / "root/deleted-since.txt", false}))
+    EXPECT_EQ(r.resolve(directory / "root/deleted-since.txt"), unit("deleted-since.txt"))
         << "a vanished file still resolves, so its deletion can be recorded";
 }
 
@@ -116,15 +117,14 @@ TEST_F(CaptureUnitResolverTest, NothingForTheRootDirectoriesExcludedTransientOrO
     EXPECT_FALSE(r.resolve(directory / "root/link-out/secret.txt").has_value()) << "through a link leaving the root";
     EXPECT_FALSE(r.resolve(directory / "root-sibling/x").has_value());
     // A link file inside the root is its own unit; capture then skips it as a link.
-    EXPECT_EQ(r.resolve(directory / "root/link-in.txt"),
-              (CaptureUnitResolver::Unit{directory / "root/link-in.txt", false}));
+    EXPECT_EQ(r.resolve(directory / "root/link-in.txt"), unit("link-in.txt"));
 }
 
 TEST_F(CaptureUnitResolverTest, UserPackageExtensionsCount) {
     directory.write("root/Album.myphotos/img1.raw", "i");
     EXPECT_FALSE(resolver().resolve(directory / "root/Album.myphotos/img1.raw")->isPackage);
     EXPECT_EQ(resolver({".MyPhotos"}).resolve(directory / "root/Album.myphotos/img1.raw"),
-              (CaptureUnitResolver::Unit{directory / "root/Album.myphotos", true}));
+              unit("Album.myphotos", true));
 }
 
 }  // namespace
