@@ -5,6 +5,7 @@
 #include <filesystem>
 
 #include "support/FaultyFileSystem.h"
+#include "support/FolderImage.h"
 #include "support/TempDirectory.h"
 
 namespace vosklin {
@@ -15,19 +16,13 @@ using test::readFile;
 using test::TempDirectory;
 using Operation = FaultyFileSystem::Operation;
 
-std::size_t entries(const std::string& directory) {
-    std::size_t count = 0;
-    for ([[maybe_unused]] const auto& entry : std::filesystem::directory_iterator(directory)) ++count;
-    return count;
-}
-
 TEST(AtomicFileTest, ReplacesTheFileAndSyncsFileAndDirectory) {
     TempDirectory directory;
     FaultyFileSystem fileSystem;
     const std::string path = directory.write("settings.json", "old");
     writeFileAtomically(fileSystem, path, "new contents");
     EXPECT_EQ(readFile(path), "new contents");
-    EXPECT_EQ(entries(directory.path()), 1u);
+    EXPECT_EQ(test::imageOf(directory.path()), (test::FolderImage{{"settings.json", "new contents"}}));
     EXPECT_EQ(fileSystem.count(Operation::syncFile), 1);
     EXPECT_EQ(fileSystem.count(Operation::syncDirectory), 1);
     EXPECT_EQ(std::filesystem::status(path).permissions(),
@@ -43,7 +38,7 @@ TEST(AtomicFileTest, AFailureAtAnyStepBeforeTheRenameLeavesTheOldFileAndNoTempor
         fileSystem.fail(step, step == Operation::write ? ENOSPC : EIO);
         EXPECT_THROW(writeFileAtomically(fileSystem, path, "new"), std::system_error) << int(step);
         EXPECT_EQ(readFile(path), "old") << int(step);
-        EXPECT_EQ(entries(directory.path()), 1u) << "temporary left after failing step " << int(step);
+        EXPECT_EQ(test::imageOf(directory.path()).size(), 1u) << "temporary left after failing step " << int(step);
     }
 }
 

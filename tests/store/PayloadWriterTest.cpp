@@ -37,22 +37,21 @@ protected:
     PayloadWriter writer{layout, cloner, digest};
 };
 
-TEST_F(PayloadWriterTest, WritesThePayloadUnderItsOwnNameAndHashesTheCopy) {
+TEST_F(PayloadWriterTest, WritesThePayloadUnderItsOwnNameAndHashesTheCopyAsAFileOrPackage) {
     const std::string source = directory.write("folder/Budget 2025.xlsx", "cells");
     auto payload = writer.write(300, 1'740'839'525, source, false);
     EXPECT_EQ(payload.slot.relativePath, "versions/2c/300/20250301-143205");
     EXPECT_EQ(payload.payloadName, "Budget 2025.xlsx");
     EXPECT_EQ(test::readFile(payload.payloadPath), "cells");
     EXPECT_EQ(payload.digest, digest.fileDigest(source));
-}
 
-TEST_F(PayloadWriterTest, PackagePayloadGetsThePackageDigest) {
+    // A package gets the package digest.
     directory.write("Trip.bundle/a.txt", "a");
     directory.write("Trip.bundle/sub/b.txt", "b");
-    auto payload = writer.write(1, 1'740'839'525, directory / "Trip.bundle", true);
-    EXPECT_EQ(payload.clone.method, CloneMethod::unknown);
-    EXPECT_EQ(payload.payloadName, "Trip.bundle");
-    EXPECT_EQ(payload.digest, digest.packageDigest(directory / "Trip.bundle"));
+    auto package = writer.write(1, 1'740'839'525, directory / "Trip.bundle", true);
+    EXPECT_EQ(package.clone.method, CloneMethod::unknown);
+    EXPECT_EQ(package.payloadName, "Trip.bundle");
+    EXPECT_EQ(package.digest, digest.packageDigest(directory / "Trip.bundle"));
 }
 
 TEST_F(PayloadWriterTest, NoSlotSurvivesAFailedPayload) {
