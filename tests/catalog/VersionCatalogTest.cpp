@@ -52,7 +52,7 @@ protected:
     }
 };
 
-TEST_F(VersionCatalogTest, RecordedVersionReadsBackWithEveryFieldAndMovesTheDigestGate) {
+TEST_F(VersionCatalogTest, RecordedVersionReadsBackWithEveryFieldAndMovesTheDigestGateAndAMissingFileIsNotFound) {
     auto file = track("notes.txt", 77);
     auto stored = capture(file, at(9, 0, 0.25), 120, "abc", CaptureSource::manual, true, "batch-1");
     EXPECT_EQ(stored.fileID, file.id);
@@ -70,14 +70,12 @@ TEST_F(VersionCatalogTest, RecordedVersionReadsBackWithEveryFieldAndMovesTheDige
     EXPECT_TRUE(catalog.wasEverReplaced(file.id));
     catalog.setStarred(stored.id, true);
     EXPECT_TRUE(catalog.version(stored.id)->isStarred);
-}
 
-TEST_F(VersionCatalogTest, MissingFileIsFileNotFound) {
     auto error = test::thrown<CatalogError>([&] { catalog.requireFile(4242); });
     ASSERT_TRUE(error);
     EXPECT_EQ(error->kind(), CatalogError::Kind::fileNotFound);
     EXPECT_EQ(error->fileID(), 4242);
-    EXPECT_FALSE(catalog.file(4242).has_value());
+    EXPECT_FALSE(catalog.file(4242).has_value()) << "a missing file is fileNotFound";
 }
 
 TEST_F(VersionCatalogTest, TiesOnCaptureTimeAreBrokenByTheNewerId) {
@@ -95,6 +93,12 @@ TEST_F(VersionCatalogTest, TiesOnCaptureTimeAreBrokenByTheNewerId) {
 }
 
 TEST_F(VersionCatalogTest, StateAtSeesADeletedAndRecreatedFileOnlyWhileItExisted) {
+    // The capture's bookkeeping writes no appeared event for a live file nor a new one.
+    track("live.txt");
+    catalog.trackFileForCapture(folder, "live.txt", 5, false, std::string("txt"), at(10, 0));
+    catalog.trackFileForCapture(folder, "new.txt", 6, false, std::string("txt"), at(10, 0));
+    EXPECT_TRUE(catalog.eventsSince(folder, 0).empty());
+
     auto file = track("report.txt");
     capture(file, at(9, 0), 10);
     catalog.markDeleted(file.id, at(12, 0));
@@ -116,13 +120,6 @@ TEST_F(VersionCatalogTest, StateAtSeesADeletedAndRecreatedFileOnlyWhileItExisted
     EXPECT_EQ(events[0].kind, FileEventKind::appeared);
     EXPECT_DOUBLE_EQ(events[0].at, at(15, 0));
     EXPECT_EQ(events[1].kind, FileEventKind::deleted);
-}
-
-TEST_F(VersionCatalogTest, CaptureBookkeepingWritesNoAppearedEventForALiveFile) {
-    track("live.txt");
-    catalog.trackFileForCapture(folder, "live.txt", 5, false, std::string("txt"), at(10, 0));
-    catalog.trackFileForCapture(folder, "new.txt", 6, false, std::string("txt"), at(10, 0));
-    EXPECT_TRUE(catalog.eventsSince(folder, 0).empty());
 }
 
 TEST_F(VersionCatalogTest, RenamedFileReadsUnderItsPathAtEachInstantWithOneHistory) {
