@@ -1,53 +1,21 @@
 // history, show, name, star and diff through the built binary, over a history
 // made by real captures at chosen instants.
 #include <gtest/gtest.h>
-#include <sys/stat.h>
 
 #include <filesystem>
-#include <nlohmann/json.hpp>
 
-#include "bridge/FolderList.h"
+#include "app/RecordedFolder.h"
 #include "platform/Instant.h"
-#include "support/CaptureStack.h"
-#include "support/CommandRunner.h"
-#include "support/TempDirectory.h"
 
 namespace vosklin {
 namespace {
 
-using nlohmann::json;
-using test::TempDirectory;
 namespace fs = std::filesystem;
+using test::t0;
 
-constexpr double t0 = 1'740'830'400;  // 2025-03-01T12:00:00Z
-
-class HistoryCommandsTest : public ::testing::Test {
+class HistoryCommandsTest : public test::RecordedFolder, public ::testing::Test {
 protected:
-    HistoryCommandsTest() {
-        fs::create_directories(root);
-        struct stat st {};
-        ::stat(root.c_str(), &st);
-        folder = {"A0000000-0000-4000-8000-000000000001", root, CaptureMode::automatic, false, {}, st.st_dev,
-                  st.st_ino};
-        FolderList(home / "folders.json", stack.fileSystem).append(folder);
-    }
-
-    StoredVersion capture(const std::string& relative, const std::string& contents, double at) {
-        test::writeFile(root + "/" + relative, contents);
-        auto outcome = stack.service.capture({folder.id, root, root + "/" + relative, false, CaptureSource::watcher,
-                                              std::nullopt},
-                                             at);
-        EXPECT_EQ(outcome.kind, CaptureOutcome::Kind::stored);
-        return outcome.version;
-    }
-    test::CommandResult vosklin(std::vector<std::string> arguments) { return test::runInHome(home.path(), arguments); }
-    json jsonOf(std::vector<std::string> arguments) { return test::jsonInHome(home.path(), arguments); }
-
-    TempDirectory home;
-    TempDirectory place;
-    const std::string root = place / "Docs";
-    test::CaptureStack stack{home / "store"};
-    WatchedFolder folder;
+    HistoryCommandsTest() : RecordedFolder("A0000000-0000-4000-8000-000000000001") {}
 };
 
 TEST_F(HistoryCommandsTest, HistoryShowsSessionsOfMomentsNewestFirst) {
@@ -91,7 +59,7 @@ TEST_F(HistoryCommandsTest, LongMomentsAreFoldedUnlessAllIsAsked) {
 TEST_F(HistoryCommandsTest, AMomentCanBeNamedAndUnnamedByItsPrintedInstant) {
     capture("a.txt", "one", t0 + 0.123456789);  // printed rounded to the microsecond
     capture("b.txt", "two", t0 + 10);
-    const std::string moment = jsonOf({"history", root})["sessions"][0]["moments"][0]["at"];
+    const std::string moment = newestMoment();
     ASSERT_EQ(vosklin({"name", root, moment, "Before the big edit"}).exitStatus, 0);
     EXPECT_EQ(jsonOf({"history", root})["sessions"][0]["moments"][0]["headline"], "Before the big edit");
     auto marks = stack.catalog.marks(folder.id);
@@ -159,7 +127,7 @@ TEST_F(HistoryCommandsTest, RewindAndUndoByThePrintedInstantOfAMoment) {
     const double then = t0 + 0.7594000123;
     capture("a.txt", "one", then);
     capture("keep.txt", "kept", then);
-    const std::string moment = jsonOf({"history", root})["sessions"][0]["moments"][0]["at"];
+    const std::string moment = newestMoment();
     test::writeFile(root + "/a.txt", "two");
     test::writeFile(root + "/b.txt", "added later");
     // Captured seconds later, the changes join that moment, which then no longer ends at the
@@ -205,7 +173,7 @@ class UndoAfterNamingTest : public HistoryCommandsTest, public ::testing::WithPa
 TEST_P(UndoAfterNamingTest, UndoGoesBackToJustBeforeTheLatestRewind) {
     const auto& row = GetParam();
     capture("a.txt", "one", t0);
-    const std::string moment = jsonOf({"history", root})["sessions"][0]["moments"][0]["at"];
+    const std::string moment = newestMoment();
     test::writeFile(root + "/a.txt", "two");
     test::writeFile(root + "/b.txt", "added later");
     ASSERT_EQ(vosklin({"rewind", root, moment, "--yes"}).exitStatus, 0);
