@@ -60,13 +60,8 @@ TEST_P(RewindConfirmationTest, TheDaemonRunsOnlyThePlanThatWasConfirmed) {
         EXPECT_EQ(status, 0) << session.errorOutput();
     }
     for (const auto& [path, contents] : row.expected) {
-        if (contents.empty()) {
-            EXPECT_FALSE(fs::exists(root + "/" + path)) << path;
-        } else if (fs::exists(root + "/" + path)) {
-            EXPECT_EQ(test::readFile(root + "/" + path), contents) << path;
-        } else {
-            ADD_FAILURE() << path << " is gone";
-        }
+        const std::string file = root + "/" + path;
+        EXPECT_EQ(fs::exists(file) ? test::readFile(file) : "", contents) << path << " (\"\" = absent)";
     }
 }
 
