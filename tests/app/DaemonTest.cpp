@@ -47,7 +47,6 @@ TEST_F(DaemonTest, FileWrittenOnceIsOneVersionAndABurstOfAppendsIsOneMore) {
     watched.write("sub/older.txt", "also there before");
     DaemonProcess daemon(home.path(), {root});
     ASSERT_TRUE(daemon.start());
-    EXPECT_NE(daemon.standardOutput().find("Watching " + root), std::string::npos) << daemon.standardOutput();
     settle();
     for (const std::string path : {"before.txt", "sub/older.txt"}) onlyVersionOf(root + "/" + path, "baseline");
 
@@ -74,6 +73,8 @@ TEST_F(DaemonTest, FileWrittenOnceIsOneVersionAndABurstOfAppendsIsOneMore) {
     EXPECT_EQ(totalVersions(), 5) << "two baseline versions, note.txt, and log.txt twice";
 
     EXPECT_EQ(daemon.stop(), 0) << daemon.standardError();
+    // Read once it has exited: its standard output is a file, flushed no sooner.
+    EXPECT_NE(daemon.standardOutput().find("Watching " + root), std::string::npos) << daemon.standardOutput();
     EXPECT_FALSE(fs::exists(home / "daemon.json")) << "a stopped daemon withdraws its endpoint";
     EXPECT_FALSE(fs::exists(home / "api-token"));
 }
