@@ -117,9 +117,7 @@ TEST_F(CheckCommandTest, AnEmptiedCatalogIsRefusedEverywhereAndRebuiltFromTheSid
 
 TEST_F(CheckCommandTest, ASoundCatalogIsRebuiltOnlyWhenForced) {
     recordFolder();
-    auto refused = vosklin({"check", "--rebuild"});
-    EXPECT_EQ(refused.exitStatus, 1);
-    EXPECT_NE(refused.err.find("add --force"), std::string::npos) << refused.err;
+    expectRefused(vosklin({"check", "--rebuild"}), "add --force");
     EXPECT_TRUE(setAside().empty());
     auto forced = jsonOf({"check", "--rebuild", "--force"});
     EXPECT_EQ(forced["versions"], 2);

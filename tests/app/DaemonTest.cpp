@@ -289,7 +289,7 @@ TEST_F(DaemonTest, ASecondDaemonForTheSameHomeIsRefused) {
     auto status = another.waitForExit(15);
     ASSERT_TRUE(status.has_value()) << "the second daemon kept running";
     EXPECT_EQ(*status, 1);
-    expectRefused({*status, "", another.standardError()}, "already running");
+    test::expectRefused({*status, "", another.standardError()}, "already running");
     EXPECT_NE(another.standardError().find("(pid " + std::to_string(running.pid()) + ")"), std::string::npos);
 
     // The refused one took nothing away from the one that runs.

@@ -5,7 +5,6 @@
 // commands run against that home.
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cstdint>
 #include <filesystem>
 #include <nlohmann/json.hpp>
@@ -23,14 +22,6 @@ protected:
 
     // A command that must succeed, with its JSON output.
     nlohmann::json jsonOf(std::vector<std::string> arguments) { return jsonInHome(home.path(), arguments); }
-
-    // A failed command says why on exactly one line.
-    static void expectRefused(const CommandResult& result, const std::string& because) {
-        EXPECT_EQ(result.exitStatus, 1) << result.out;
-        EXPECT_TRUE(result.err.starts_with("vosklin: ")) << result.err;
-        EXPECT_EQ(std::count(result.err.begin(), result.err.end(), '\n'), 1) << result.err;
-        EXPECT_NE(result.err.find(because), std::string::npos) << result.err;
-    }
 
     // A version of `versions --json`, by the number commands take, and its stored bytes.
     static std::string idOf(const nlohmann::json& version) {
