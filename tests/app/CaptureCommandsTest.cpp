@@ -2,21 +2,18 @@
 // getting old versions back out, as a user would from a terminal.
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <filesystem>
 #include <nlohmann/json.hpp>
 
+#include "app/VosklinHomeTest.h"
 #include "platform/Instant.h"
 #include "platform/Uuid.h"
-#include "support/CommandRunner.h"
-#include "support/TempDirectory.h"
 
 namespace vosklin {
 namespace {
 
 namespace fs = std::filesystem;
 using nlohmann::json;
-using test::CommandResult;
 using test::TempDirectory;
 
 std::string hexOf(const std::string& bytes) {
@@ -29,21 +26,8 @@ std::string hexOf(const std::string& bytes) {
     return hex;
 }
 
-class CaptureCommandsTest : public ::testing::Test {
+class CaptureCommandsTest : public test::VosklinHomeTest {
 protected:
-    CommandResult vosklin(std::vector<std::string> arguments) { return test::runInHome(home.path(), arguments); }
-
-    // A command that must succeed, with its JSON output.
-    json jsonOf(std::vector<std::string> arguments) { return test::jsonInHome(home.path(), arguments); }
-
-    // A failed command says why on exactly one line.
-    static void expectRefused(const CommandResult& result, const std::string& because) {
-        EXPECT_EQ(result.exitStatus, 1) << result.out;
-        EXPECT_TRUE(result.err.starts_with("vosklin: ")) << result.err;
-        EXPECT_EQ(std::count(result.err.begin(), result.err.end(), '\n'), 1) << result.err;
-        EXPECT_NE(result.err.find(because), std::string::npos) << result.err;
-    }
-
     std::string addFolder() {
         auto added = jsonOf({"folder", "add", root});
         return added.value("id", "");
@@ -58,10 +42,6 @@ protected:
     }
 
     std::string slotDirectory(const json& version) { return home / ("store/" + version["slot"].get<std::string>()); }
-
-    TempDirectory home;
-    TempDirectory watched;
-    const std::string root = fs::canonical(watched.path()).string();
 };
 
 TEST_F(CaptureCommandsTest, AddedFolderIsListedAndCannotBeAddedTwice) {
@@ -170,11 +150,11 @@ TEST_F(CaptureCommandsTest, VersionsAreNewestFirstAndCatGivesBackTheExactBytes) 
         EXPECT_LE(*older, *newer);
     }
 
-    const std::string oldest = std::to_string(versions[2]["id"].get<std::int64_t>());
+    const std::string oldest = idOf(versions[2]);
     auto cat = vosklin({"cat", oldest});
     EXPECT_EQ(cat.exitStatus, 0) << cat.err;
     EXPECT_EQ(cat.out, drafts[0]);
-    EXPECT_EQ(vosklin({"cat", std::to_string(versions[1]["id"].get<std::int64_t>())}).out, drafts[1]);
+    EXPECT_EQ(contentOf(versions[1]), drafts[1]);
 
     const std::string restored = home / "restored.txt";
     EXPECT_EQ(vosklin({"cat", oldest, "-o", restored}).exitStatus, 0);
@@ -196,14 +176,14 @@ TEST_F(CaptureCommandsTest, AFileNamedLikeTheSidecarKeepsItsBytes) {
 
     auto versions = versionsOf("vosklin-version.json");
     ASSERT_EQ(versions.size(), 2u);
-    const std::string older = std::to_string(versions[1]["id"].get<std::int64_t>());
-    EXPECT_EQ(vosklin({"cat", older}).out, "{\"mine\": 1}\n");
+    const std::string older = idOf(versions[1]);
+    EXPECT_EQ(contentOf(versions[1]), "{\"mine\": 1}\n");
     auto restored = vosklin({"restore", older, "--in-place"});
     ASSERT_EQ(restored.exitStatus, 0) << restored.err;
     EXPECT_EQ(test::readFile(path), "{\"mine\": 1}\n");
     auto after = versionsOf("vosklin-version.json");
     ASSERT_FALSE(after.empty());
-    EXPECT_EQ(vosklin({"cat", std::to_string(after[0]["id"].get<std::int64_t>())}).out, "{\"mine\": 2}\n")
+    EXPECT_EQ(contentOf(after[0]), "{\"mine\": 2}\n")
         << "what the restore replaced is kept, byte for byte";
 }
 
@@ -216,7 +196,7 @@ TEST_F(CaptureCommandsTest, PackageVersionIsWrittenOutOnlyAsADirectory) {
     auto history = jsonOf({"versions", root + "/Report.rtfd"});
     EXPECT_EQ(history["file"]["isPackage"], true);
     ASSERT_EQ(history["versions"].size(), 1u);
-    const std::string id = std::to_string(history["versions"][0]["id"].get<std::int64_t>());
+    const std::string id = idOf(history["versions"][0]);
 
     expectRefused(vosklin({"cat", id}), "-o");
     const std::string out = home / "Report-old.rtfd";
@@ -280,8 +260,9 @@ TEST_F(CaptureCommandsTest, ExcludedAndTransientFilesNeverGetVersions) {
     EXPECT_EQ(jsonOf({"snapshot", root})["captured"], 0);
 
     for (const auto& path : ignored) expectRefused(vosklin({"versions", root + "/" + path}), "no history");
-    EXPECT_EQ(folderEntry("status")["files"], 1);
-    EXPECT_EQ(folderEntry("status")["versions"], 1);
+    auto status = folderEntry("status");
+    EXPECT_EQ(status["files"], 1);
+    EXPECT_EQ(status["versions"], 1);
 }
 
 TEST_F(CaptureCommandsTest, PauseModeAndBudgetShowInTheFolderList) {
@@ -309,7 +290,7 @@ TEST_F(CaptureCommandsTest, PauseModeAndBudgetShowInTheFolderList) {
 
 TEST_F(CaptureCommandsTest, RemoveWithForgetHistoryTakesTheFolderItsHistoryAndItsCopies) {
     TempDirectory otherPlace;
-    const std::string other = fs::canonical(otherPlace.path()).string();
+    const std::string other = canonicalPath(otherPlace);
     watched.write("a.txt", "a");
     watched.write("b.txt", "bb");
     otherPlace.write("c.txt", "ccc");
@@ -349,9 +330,7 @@ TEST_F(CaptureCommandsTest, RemovedFolderAddedAgainHasItsHistoryBack) {
     EXPECT_EQ(jsonOf({"status"})["versions"], 1) << "history kept";
 
     addFolder();
-    auto history = vosklin({"versions", root + "/a.txt", "--json"});
-    ASSERT_EQ(history.exitStatus, 0) << history.err;
-    EXPECT_EQ(json::parse(history.out)["versions"].size(), 1u);
+    EXPECT_EQ(versionsOf("a.txt").size(), 1u);
     EXPECT_EQ(jsonOf({"scan", root})["captured"], 0) << "nothing new to keep";
 }
 
@@ -361,16 +340,12 @@ TEST_F(CaptureCommandsTest, NamesThatAreNotUtf8WorkEndToEnd) {
     fs::create_directory(folder);
     test::writeFile(file, "latin-1 named");
 
-    auto added = vosklin({"folder", "add", folder, "--json"});
-    ASSERT_EQ(added.exitStatus, 0) << added.err;
-    auto addedJson = json::parse(added.out);  // still valid JSON
-    EXPECT_EQ(addedJson.value("pathBytes", ""), hexOf(folder)) << "the exact bytes, for programs";
+    // Still valid JSON, with the exact bytes for programs.
+    EXPECT_EQ(jsonOf({"folder", "add", folder}).value("pathBytes", ""), hexOf(folder));
     ASSERT_EQ(vosklin({"scan", folder}).exitStatus, 0);
-    auto history = vosklin({"versions", file, "--json"});
-    ASSERT_EQ(history.exitStatus, 0) << history.err;
-    auto versions = json::parse(history.out)["versions"];
+    auto versions = jsonOf({"versions", file})["versions"];
     ASSERT_EQ(versions.size(), 1u);
-    EXPECT_EQ(vosklin({"cat", std::to_string(versions[0]["id"].get<std::int64_t>())}).out, "latin-1 named");
+    EXPECT_EQ(contentOf(versions[0]), "latin-1 named");
 }
 
 TEST_F(CaptureCommandsTest, MistakesFailWithOneLineAndNothingChanges) {
@@ -413,9 +388,7 @@ TEST_F(CaptureCommandsTest, StatusShowsEachFolderAndWhenItIsGone) {
     EXPECT_EQ(entry["logicalBytes"], 10);
 
     fs::remove_all(root);
-    auto status = vosklin({"status", "--json"});
-    EXPECT_EQ(status.exitStatus, 0) << "a missing folder is reported, not an error of the store";
-    auto gone = json::parse(status.out)["folders"][0];
+    auto gone = folderEntry("status");  // a missing folder is reported, not an error of the store
     EXPECT_EQ(gone["reachable"], false);
     EXPECT_EQ(gone["unreachableReason"], "no longer exists");
     EXPECT_EQ(gone["versions"], 2) << "its history is still there";

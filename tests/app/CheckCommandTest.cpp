@@ -6,25 +6,19 @@
 #include <filesystem>
 #include <nlohmann/json.hpp>
 
-#include "support/CommandRunner.h"
+#include "app/VosklinHomeTest.h"
 #include "support/DaemonProcess.h"
-#include "support/TempDirectory.h"
 
 namespace vosklin {
 namespace {
 
 namespace fs = std::filesystem;
 using nlohmann::json;
-using test::CommandResult;
-using test::TempDirectory;
 
 const std::string rebuildHint = "run 'vosklin check --rebuild' to rebuild it from the stored versions";
 
-class CheckCommandTest : public ::testing::Test {
+class CheckCommandTest : public test::VosklinHomeTest {
 protected:
-    CommandResult vosklin(std::vector<std::string> arguments) { return test::runInHome(home.path(), arguments); }
-    json jsonOf(std::vector<std::string> arguments) { return test::jsonInHome(home.path(), arguments); }
-
     // A watched folder with a first scan kept: two files, one of them named in Latin-1 bytes.
     void recordFolder() {
         watched.write("notes/plan.txt", "the plan");
@@ -48,10 +42,6 @@ protected:
                 names.push_back(entry.path().filename().string());
         return names;
     }
-
-    TempDirectory home;
-    TempDirectory watched;
-    const std::string root = fs::canonical(watched.path()).string();
 };
 
 TEST_F(CheckCommandTest, ProvesASoundStoreAndNamesEachProblemOnItsLine) {
@@ -127,9 +117,7 @@ TEST_F(CheckCommandTest, AnEmptiedCatalogIsRefusedEverywhereAndRebuiltFromTheSid
 
 TEST_F(CheckCommandTest, ASoundCatalogIsRebuiltOnlyWhenForced) {
     recordFolder();
-    auto refused = vosklin({"check", "--rebuild"});
-    EXPECT_EQ(refused.exitStatus, 1);
-    EXPECT_NE(refused.err.find("add --force"), std::string::npos) << refused.err;
+    expectRefused(vosklin({"check", "--rebuild"}), "add --force");
     EXPECT_TRUE(setAside().empty());
     auto forced = jsonOf({"check", "--rebuild", "--force"});
     EXPECT_EQ(forced["versions"], 2);

@@ -16,13 +16,8 @@
 #include <thread>
 
 #include "app/LiveDaemonTest.h"
-#include "catalog/VersionCatalog.h"
-#include "platform/PosixFileSystem.h"
 #include "platform/Uuid.h"
-#include "store/VersionStoreLayout.h"
-#include "support/CommandRunner.h"
 #include "support/DaemonProcess.h"
-#include "support/TempDirectory.h"
 
 namespace vosklin {
 namespace {
@@ -31,8 +26,6 @@ namespace fs = std::filesystem;
 using nlohmann::json;
 using test::DaemonProcess;
 using test::TempDirectory;
-
-std::string canonicalPath(const TempDirectory& directory) { return fs::canonical(directory.path()).string(); }
 
 void append(const std::string& path, const std::string& text) {
     std::ofstream out(path, std::ios::binary | std::ios::app);
@@ -54,20 +47,12 @@ TEST_F(DaemonTest, FileWrittenOnceIsOneVersionAndABurstOfAppendsIsOneMore) {
     watched.write("sub/older.txt", "also there before");
     DaemonProcess daemon(home.path(), {root});
     ASSERT_TRUE(daemon.start());
-    EXPECT_NE(daemon.standardOutput().find("Watching " + root), std::string::npos) << daemon.standardOutput();
     settle();
-    for (const std::string path : {"before.txt", "sub/older.txt"}) {
-        auto versions = versionsOf(root + "/" + path);
-        ASSERT_EQ(versions.size(), 1u) << path << ": " << versions.dump();
-        EXPECT_EQ(versions[0]["source"], "baseline") << path;
-    }
+    for (const std::string path : {"before.txt", "sub/older.txt"}) onlyVersionOf(root + "/" + path, "baseline");
 
     watched.write("note.txt", "written once");
     settle();
-    auto note = versionsOf(root + "/note.txt");
-    ASSERT_EQ(note.size(), 1u) << note.dump();
-    EXPECT_EQ(note[0]["source"], "watcher");
-    EXPECT_EQ(note[0]["logicalBytes"], 12);
+    EXPECT_EQ(onlyVersionOf(root + "/note.txt", "watcher")["logicalBytes"], 12);
     EXPECT_EQ(versionsOf(root + "/before.txt").size(), 1u) << "an untouched file is not captured again";
 
     std::string expected = "first line\n";
@@ -84,11 +69,12 @@ TEST_F(DaemonTest, FileWrittenOnceIsOneVersionAndABurstOfAppendsIsOneMore) {
     ASSERT_EQ(burst.size(), 2u) << "twenty appends in a row are one change: " << burst.dump();
     EXPECT_EQ(burst[0]["source"], "watcher");
     EXPECT_EQ(burst[0]["logicalBytes"], expected.size()) << "the version is of the file after the last append";
-    auto cat = vosklin({"cat", std::to_string(burst[0]["id"].get<std::int64_t>())});
-    EXPECT_EQ(cat.out, expected);
+    EXPECT_EQ(contentOf(burst[0]), expected);
     EXPECT_EQ(totalVersions(), 5) << "two baseline versions, note.txt, and log.txt twice";
 
     EXPECT_EQ(daemon.stop(), 0) << daemon.standardError();
+    // Read once it has exited: its standard output is a file, flushed no sooner.
+    EXPECT_NE(daemon.standardOutput().find("Watching " + root), std::string::npos) << daemon.standardOutput();
     EXPECT_FALSE(fs::exists(home / "daemon.json")) << "a stopped daemon withdraws its endpoint";
     EXPECT_FALSE(fs::exists(home / "api-token"));
 }
@@ -165,7 +151,7 @@ TEST_F(DaemonTest, ExcludedAndTransientNamesAreNeverCapturedAndAPackageIsOneUnit
     EXPECT_EQ(books[0]["source"], "watcher");
     expectNoHistory(root + "/Book.pages/Data/img.jpg");
     const std::string restored = home / "Book-restored.pages";
-    ASSERT_EQ(vosklin({"cat", std::to_string(books[0]["id"].get<std::int64_t>()), "-o", restored}).exitStatus, 0);
+    ASSERT_EQ(vosklin({"cat", idOf(books[0]), "-o", restored}).exitStatus, 0);
     EXPECT_EQ(test::readFile(restored + "/Data/img.jpg"), "jpeg, edited and longer");
     EXPECT_EQ(totalVersions(), 4);
     EXPECT_EQ(daemon.stop(), 0);
@@ -194,8 +180,7 @@ TEST_F(DaemonTest, RenamedFilesAndFoldersKeepTheirHistory) {
     settle();
     const json nestedAfter = {versionsOf(root + "/z/b/c.txt"), versionsOf(root + "/z/d.txt")};
     EXPECT_EQ(nestedAfter, nestedBefore) << "every file of a renamed folder keeps its history";
-    expectNoHistory(root + "/a/b/c.txt");
-    expectNoHistory(root + "/a/d.txt");
+    for (const std::string path : {"/a/b/c.txt", "/a/d.txt"}) expectNoHistory(root + path);
 
     // Changed right after the move: the change is captured under the new name.
     watched.write("z/b/c.txt", "nested deep, edited");
@@ -211,33 +196,12 @@ TEST_F(DaemonTest, RenamedFilesAndFoldersKeepTheirHistory) {
 // A move out of the folder is known only once its other half has failed to
 // come (the watcher holds it briefly): `settle` must wait for that too, or the
 // files would still read as live right after it returns.
-TEST_F(DaemonTest, FileAndFolderMovedOutAreDeletedOnceSettled) {
+TEST_F(DaemonTest, MovesOutMovesInAndDeletionsAreRecordedOnceSettled) {
     TempDirectory outside;
     const std::string elsewhere = canonicalPath(outside);
     watched.write("leaving/x.txt", "leaves");
     watched.write("leaving/sub/y.txt", "leaves too");
     watched.write("gone.txt", "leaves alone");
-    watched.write("stays.txt", "stays");
-    DaemonProcess daemon(home.path(), {root});
-    ASSERT_TRUE(daemon.start());
-    settle();
-    ASSERT_EQ(totalVersions(), 4);
-
-    fs::rename(root + "/leaving", elsewhere + "/leaving");
-    fs::rename(root + "/gone.txt", elsewhere + "/gone.txt");
-    settle();
-    expectDeleted(root + "/leaving/x.txt");
-    expectDeleted(root + "/leaving/sub/y.txt");
-    expectDeleted(root + "/gone.txt");
-
-    EXPECT_TRUE(historyOf(root + "/stays.txt")["file"]["deletedAt"].is_null());
-    EXPECT_EQ(jsonOf({"status"})["liveFiles"], 1);
-    EXPECT_EQ(daemon.stop(), 0);
-}
-
-TEST_F(DaemonTest, FolderMovedInIsCapturedAndDeletionsAreRecorded) {
-    TempDirectory outside;
-    const std::string elsewhere = canonicalPath(outside);
     watched.write("doomed.txt", "deleted soon");
     watched.write("doomed-dir/e.txt", "deleted with its folder");
     watched.write("doomed-dir/f/g.txt", "deleted with its folder, deeper");
@@ -248,22 +212,22 @@ TEST_F(DaemonTest, FolderMovedInIsCapturedAndDeletionsAreRecorded) {
     DaemonProcess daemon(home.path(), {root});
     ASSERT_TRUE(daemon.start());
     settle();
-    ASSERT_EQ(totalVersions(), 4);
+    ASSERT_EQ(totalVersions(), 7);
+
+    fs::rename(root + "/leaving", elsewhere + "/leaving");
+    fs::rename(root + "/gone.txt", elsewhere + "/gone.txt");
+    settle();
+    for (const std::string path : {"/leaving/x.txt", "/leaving/sub/y.txt", "/gone.txt"}) expectDeleted(root + path);
+    EXPECT_EQ(jsonOf({"status"})["liveFiles"], 4) << "stays.txt and the three doomed files";
 
     // A folder moved in is rescanned as a whole, not reported file by file;
     // a package moved in is one unit like any other.
     fs::rename(elsewhere + "/arriving", root + "/arriving");
     fs::rename(elsewhere + "/Arriving.rtfd", root + "/Arriving.rtfd");
     settle();
-    for (const std::string path : {"arriving/p.txt", "arriving/q/r.txt"}) {
-        auto versions = versionsOf(root + "/" + path);
-        ASSERT_EQ(versions.size(), 1u) << path;
-        EXPECT_EQ(versions[0]["source"], "crawl") << path;
-    }
-    auto package = historyOf(root + "/Arriving.rtfd");
-    EXPECT_EQ(package["file"]["isPackage"], true);
-    ASSERT_EQ(package["versions"].size(), 1u);
-    EXPECT_EQ(package["versions"][0]["source"], "watcher");
+    for (const std::string path : {"arriving/p.txt", "arriving/q/r.txt"}) onlyVersionOf(root + "/" + path, "crawl");
+    EXPECT_EQ(historyOf(root + "/Arriving.rtfd")["file"]["isPackage"], true);
+    onlyVersionOf(root + "/Arriving.rtfd", "watcher");
     if (!fs::exists("/run/systemd/journal/socket")) {  // else the log line went to the journal
         EXPECT_NE(daemon.standardError().find("FSEvents asked for a full rescan: mustScanSubDirs"), std::string::npos)
             << daemon.standardError();
@@ -272,13 +236,11 @@ TEST_F(DaemonTest, FolderMovedInIsCapturedAndDeletionsAreRecorded) {
     fs::remove(root + "/doomed.txt");
     fs::remove_all(root + "/doomed-dir");
     settle();
-    expectDeleted(root + "/doomed.txt");
-    expectDeleted(root + "/doomed-dir/e.txt");
-    expectDeleted(root + "/doomed-dir/f/g.txt");
+    for (const std::string path : {"/doomed.txt", "/doomed-dir/e.txt", "/doomed-dir/f/g.txt"}) expectDeleted(root + path);
 
     EXPECT_TRUE(historyOf(root + "/stays.txt")["file"]["deletedAt"].is_null());
     auto status = jsonOf({"status"});
-    EXPECT_EQ(status["versions"], 7);
+    EXPECT_EQ(status["versions"], 10);
     EXPECT_EQ(status["liveFiles"], 4) << "stays.txt and the three arrivals";
     EXPECT_EQ(daemon.stop(), 0);
 }
@@ -306,9 +268,7 @@ TEST_F(DaemonTest, RestartCatchesUpWithWhatChangedWhileStopped) {
     EXPECT_EQ(edited[0]["source"], "crawl");
     EXPECT_EQ(edited[0]["logicalBytes"], 30);
     EXPECT_EQ(edited[1]["source"], "baseline");
-    auto fresh = versionsOf(root + "/new.txt");
-    ASSERT_EQ(fresh.size(), 1u);
-    EXPECT_EQ(fresh[0]["source"], "crawl");
+    onlyVersionOf(root + "/new.txt", "crawl");
     expectDeleted(root + "/deleted.txt");
     EXPECT_EQ(versionsOf(root + "/same.txt").size(), 1u);
     EXPECT_EQ(totalVersions(), 5);
@@ -316,9 +276,7 @@ TEST_F(DaemonTest, RestartCatchesUpWithWhatChangedWhileStopped) {
     // And it records live again after catching up.
     watched.write("later.txt", "after the restart");
     settle();
-    auto later = versionsOf(root + "/later.txt");
-    ASSERT_EQ(later.size(), 1u);
-    EXPECT_EQ(later[0]["source"], "watcher");
+    onlyVersionOf(root + "/later.txt", "watcher");
     EXPECT_EQ(second.stop(), 0);
 }
 
@@ -331,11 +289,8 @@ TEST_F(DaemonTest, ASecondDaemonForTheSameHomeIsRefused) {
     auto status = another.waitForExit(15);
     ASSERT_TRUE(status.has_value()) << "the second daemon kept running";
     EXPECT_EQ(*status, 1);
-    const std::string err = another.standardError();
-    EXPECT_TRUE(err.starts_with("vosklin: ")) << err;
-    EXPECT_EQ(std::count(err.begin(), err.end(), '\n'), 1) << err;
-    EXPECT_NE(err.find("already running"), std::string::npos) << err;
-    EXPECT_NE(err.find("(pid " + std::to_string(running.pid()) + ")"), std::string::npos) << err;
+    test::expectRefused({*status, "", another.standardError()}, "already running");
+    EXPECT_NE(another.standardError().find("(pid " + std::to_string(running.pid()) + ")"), std::string::npos);
 
     // The refused one took nothing away from the one that runs.
     EXPECT_TRUE(running.isRunning());
@@ -424,12 +379,8 @@ TEST_F(DaemonTest, SnapshotGoesThroughTheRunningDaemonAndStatusShowsIt) {
     EXPECT_EQ(snapshot["failed"], 0);
     const std::string batch = snapshot.value("batchID", "");
     EXPECT_TRUE(isUuid(batch)) << snapshot.dump();
-    for (const std::string path : {"a.txt", "sub/b.txt"}) {
-        auto versions = versionsOf(root + "/" + path);
-        ASSERT_EQ(versions.size(), 1u) << path;
-        EXPECT_EQ(versions[0]["source"], "manual") << path;
-        EXPECT_EQ(versions[0]["batchID"], batch) << path;
-    }
+    for (const std::string path : {"a.txt", "sub/b.txt"})
+        EXPECT_EQ(onlyVersionOf(root + "/" + path, "manual")["batchID"], batch) << path;
 
     EXPECT_EQ(daemon.stop(), 0);
     auto after = jsonOf({"status"});
@@ -470,24 +421,17 @@ TEST_F(DaemonTest, PausedAndManualFoldersGetNoLiveCaptures) {
 
     auto snapshot = jsonOf({"snapshot", manual});
     EXPECT_EQ(snapshot["captured"], 1);
-    auto taken = versionsOf(manual + "/while-manual.txt");
-    ASSERT_EQ(taken.size(), 1u);
-    EXPECT_EQ(taken[0]["source"], "manual");
-    EXPECT_EQ(taken[0]["batchID"], snapshot["batchID"]);
+    EXPECT_EQ(onlyVersionOf(manual + "/while-manual.txt", "manual")["batchID"], snapshot["batchID"]);
 
     // Resumed, the folder catches up with what changed while paused, and records live again.
     succeeds({"folder", "resume", paused});
     watched.write("control-3.txt", "three");
     settle();
-    auto caughtUp = versionsOf(paused + "/while-paused.txt");
-    ASSERT_EQ(caughtUp.size(), 1u);
-    EXPECT_EQ(caughtUp[0]["source"], "crawl");
+    onlyVersionOf(paused + "/while-paused.txt", "crawl");
     EXPECT_EQ(versionsOf(paused + "/p.txt").size(), 2u);
     pausedPlace.write("after.txt", "recorded live");
     settle();
-    auto live = versionsOf(paused + "/after.txt");
-    ASSERT_EQ(live.size(), 1u);
-    EXPECT_EQ(live[0]["source"], "watcher");
+    onlyVersionOf(paused + "/after.txt", "watcher");
     EXPECT_EQ(daemon.stop(), 0);
 }
 
@@ -513,16 +457,10 @@ TEST_F(DaemonTest, FolderAddedWhileTheDaemonRunsGetsItsBaseline) {
     }
     ASSERT_TRUE(watching) << "the daemon never took up the added folder";
     settle();
-    for (const std::string path : {"a.txt", "sub/b.txt"}) {
-        auto versions = versionsOf(root + "/" + path);
-        ASSERT_EQ(versions.size(), 1u) << path;
-        EXPECT_EQ(versions[0]["source"], "baseline") << path;
-    }
+    for (const std::string path : {"a.txt", "sub/b.txt"}) onlyVersionOf(root + "/" + path, "baseline");
     watched.write("c.txt", "made after");
     settle();
-    auto made = versionsOf(root + "/c.txt");
-    ASSERT_EQ(made.size(), 1u);
-    EXPECT_EQ(made[0]["source"], "watcher");
+    onlyVersionOf(root + "/c.txt", "watcher");
     EXPECT_EQ(daemon.stop(), 0);
 }
 

@@ -12,25 +12,19 @@
 #include <string>
 #include <vector>
 
+#include "app/VosklinHomeTest.h"
 #include "catalog/VersionCatalog.h"
 #include "platform/PosixFileSystem.h"
 #include "store/VersionStoreLayout.h"
-#include "support/CommandRunner.h"
-#include "support/TempDirectory.h"
 
 namespace vosklin::test {
 
-class LiveDaemonTest : public ::testing::Test {
+class LiveDaemonTest : public VosklinHomeTest {
 protected:
     void SetUp() override {
         // A short merge window: a change settles in a tick or two instead of ten seconds.
         writeFile(home / "settings.json", R"({"vosklin.mergeWindowSeconds": 0.2})");
     }
-
-    CommandResult vosklin(std::vector<std::string> arguments) { return runInHome(home.path(), arguments); }
-
-    // A command that must succeed, with its JSON output.
-    nlohmann::json jsonOf(std::vector<std::string> arguments) { return jsonInHome(home.path(), arguments); }
 
     void succeeds(const std::vector<std::string>& arguments) {
         auto result = vosklin(arguments);
@@ -52,6 +46,15 @@ protected:
                                   : nlohmann::json{{"file", nlohmann::json::object()}, {"versions", nlohmann::json::array()}};
     }
     nlohmann::json versionsOf(const std::string& path) { return historyOf(path)["versions"]; }
+
+    // `path` has exactly one version, kept by `source` ("baseline", "watcher", ...); it is returned.
+    nlohmann::json onlyVersionOf(const std::string& path, const std::string& source) {
+        auto versions = versionsOf(path);
+        EXPECT_EQ(versions.size(), 1u) << path << ": " << versions.dump();
+        if (versions.empty()) return nlohmann::json::object();
+        EXPECT_EQ(versions[0]["source"], source) << path;
+        return versions[0];
+    }
 
     // Vosklin has never kept anything of `path`.
     void expectNoHistory(const std::string& path) {
@@ -78,10 +81,6 @@ protected:
                 paths.insert(file.relativePath + (file.deletedAt ? " (deleted)" : ""));
         return paths;
     }
-
-    TempDirectory home;
-    TempDirectory watched;
-    const std::string root = std::filesystem::canonical(watched.path()).string();
 };
 
 }  // namespace vosklin::test

@@ -3,51 +3,30 @@
 // whose bytes were changed, or a catalog row that leads out of the store.
 // Nothing of the bad bytes may reach the user or the folder.
 #include <gtest/gtest.h>
-#include <sys/stat.h>
 
 #include <filesystem>
 #include <functional>
 #include <map>
-#include <nlohmann/json.hpp>
 
-#include "bridge/FolderList.h"
+#include "app/RecordedFolder.h"
 #include "catalog/Database.h"
-#include "support/CaptureStack.h"
-#include "support/CommandRunner.h"
-#include "support/TempDirectory.h"
 
 namespace vosklin {
 namespace {
 
 namespace fs = std::filesystem;
-using test::TempDirectory;
+using test::t0;
 
-constexpr double t0 = 1'740'830'400;  // 2025-03-01T12:00:00Z
-
-class StoredReadFixture {
+class StoredReadFixture : public test::RecordedFolder {
 protected:
-    StoredReadFixture() {
-        fs::create_directories(root);
-        struct stat st {};
-        ::stat(root.c_str(), &st);
-        folder = {"C0000000-0000-4000-8000-000000000001", root, CaptureMode::automatic, false, {}, st.st_dev,
-                  st.st_ino};
-        FolderList(home / "folders.json", stack.fileSystem).append(folder);
-        version = capture("notes.txt", "as it was\n", false);
+    StoredReadFixture() : RecordedFolder("C0000000-0000-4000-8000-000000000001") {
+        version = capture("notes.txt", "as it was\n", t0);
         test::writeFile(root + "/notes.txt", "as it is now\n");  // the live file has moved on
     }
 
-    StoredVersion capture(const std::string& relative, const std::string& contents, bool isPackage) {
-        if (!isPackage) test::writeFile(root + "/" + relative, contents);
-        auto outcome = stack.service.capture(
-            {folder.id, root, root + "/" + relative, isPackage, CaptureSource::watcher, std::nullopt}, t0);
-        EXPECT_EQ(outcome.kind, CaptureOutcome::Kind::stored);
-        return outcome.version;
-    }
     std::string payload(const StoredVersion& stored) const {
         return stack.layout.payloadPath(stored.slot, stored.payloadName);
     }
-    test::CommandResult vosklin(std::vector<std::string> arguments) { return test::runInHome(home.path(), arguments); }
     std::vector<std::string> scratchItems() const {
         std::vector<std::string> found;
         for (const auto& entry : fs::recursive_directory_iterator(root))
@@ -55,11 +34,6 @@ protected:
         return found;
     }
 
-    TempDirectory home;
-    TempDirectory place;
-    const std::string root = place / "Docs";
-    test::CaptureStack stack{home / "store"};
-    WatchedFolder folder;
     StoredVersion version;
 };
 
@@ -78,7 +52,7 @@ class DamagedPayloadTest : public StoredReadFixture, public ::testing::TestWithP
 
 TEST_P(DamagedPayloadTest, IsAnErrorNamingTheVersionAndWritesNothing) {
     const auto& row = GetParam();
-    const std::string moment = test::jsonInHome(home.path(), {"history", root})["sessions"][0]["moments"][0]["at"];
+    const std::string moment = newestMoment();
     test::writeFile(payload(version), "tampered\n");
     const std::string out = place / "out.txt";
     const std::map<std::string, std::string> values = {
@@ -119,7 +93,7 @@ class StoredPackageTest : public StoredReadFixture, public ::testing::Test {};
 TEST_F(StoredPackageTest, IsCheckedByItsPackageDigest) {
     place.write("Docs/Book.pages/Index/Document.iwa", "document body");
     place.write("Docs/Book.pages/Data/image.jpg", "jpeg");
-    const auto book = capture("Book.pages", "", true);
+    const auto book = capture("Book.pages", "", t0, true);
     const std::string out = place / "Book-copy.pages";
     test::writeFile(payload(book) + "/Data/image.jpg", "jpeg, changed in the store");
     auto damaged = vosklin({"cat", std::to_string(book.id), "-o", out});

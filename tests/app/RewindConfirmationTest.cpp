@@ -6,18 +6,15 @@
 #include <filesystem>
 #include <functional>
 #include <map>
-#include <nlohmann/json.hpp>
 
-#include "support/CommandRunner.h"
+#include "app/LiveDaemonTest.h"
 #include "support/DaemonProcess.h"
-#include "support/TempDirectory.h"
 #include "support/TerminalSession.h"
 
 namespace vosklin {
 namespace {
 
 namespace fs = std::filesystem;
-using test::TempDirectory;
 
 struct ChangeWhileAsked {
     const char* name;
@@ -29,21 +26,7 @@ struct ChangeWhileAsked {
 
 void PrintTo(const ChangeWhileAsked& row, std::ostream* out) { *out << row.name; }
 
-class RewindConfirmationTest : public ::testing::TestWithParam<ChangeWhileAsked> {
-protected:
-    void SetUp() override {
-        // A short merge window: a change settles in a tick or two instead of ten seconds.
-        test::writeFile(home / "settings.json", R"({"vosklin.mergeWindowSeconds": 0.2})");
-    }
-    test::CommandResult vosklin(std::vector<std::string> arguments) {
-        return test::runInHome(home.path(), arguments);
-    }
-    void settle() { ASSERT_EQ(vosklin({"settle", "--timeout", "30"}).exitStatus, 0); }
-
-    TempDirectory home;
-    TempDirectory watched;
-    const std::string root = fs::canonical(watched.path()).string();
-};
+class RewindConfirmationTest : public test::LiveDaemonTest, public ::testing::WithParamInterface<ChangeWhileAsked> {};
 
 TEST_P(RewindConfirmationTest, TheDaemonRunsOnlyThePlanThatWasConfirmed) {
     const auto& row = GetParam();
@@ -52,7 +35,7 @@ TEST_P(RewindConfirmationTest, TheDaemonRunsOnlyThePlanThatWasConfirmed) {
     test::DaemonProcess daemon(home.path(), {root});
     ASSERT_TRUE(daemon.start());
     settle();
-    const std::string moment = test::jsonInHome(home.path(), {"history", root})["sessions"][0]["moments"][0]["at"];
+    const std::string moment = jsonOf({"history", root})["sessions"][0]["moments"][0]["at"];
     watched.write("a.txt", "two");
     settle();
     std::vector<std::string> command = {"--home", home.path(), "rewind", root, moment};
@@ -77,13 +60,8 @@ TEST_P(RewindConfirmationTest, TheDaemonRunsOnlyThePlanThatWasConfirmed) {
         EXPECT_EQ(status, 0) << session.errorOutput();
     }
     for (const auto& [path, contents] : row.expected) {
-        if (contents.empty()) {
-            EXPECT_FALSE(fs::exists(root + "/" + path)) << path;
-        } else if (fs::exists(root + "/" + path)) {
-            EXPECT_EQ(test::readFile(root + "/" + path), contents) << path;
-        } else {
-            ADD_FAILURE() << path << " is gone";
-        }
+        const std::string file = root + "/" + path;
+        EXPECT_EQ(fs::exists(file) ? test::readFile(file) : "", contents) << path << " (\"\" = absent)";
     }
 }
 

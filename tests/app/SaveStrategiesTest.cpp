@@ -8,9 +8,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <functional>
-#include <nlohmann/json.hpp>
 #include <set>
 
 #include "app/LiveDaemonTest.h"
@@ -21,7 +19,6 @@ namespace vosklin {
 namespace {
 
 namespace fs = std::filesystem;
-using nlohmann::json;
 using test::DaemonProcess;
 using test::TempDirectory;
 
@@ -31,11 +28,6 @@ bool hasProgram(const std::string& program) {
 
 void run(const std::string& command) {
     ASSERT_EQ(std::system(command.c_str()), 0) << command;
-}
-
-void put(const std::string& path, const std::string& text) {
-    std::ofstream out(path, std::ios::binary | std::ios::trunc);
-    out << text;
 }
 
 // One way of saving `text` as the new content of `path` (in `folder`).
@@ -50,23 +42,22 @@ void PrintTo(const SaveStrategy& strategy, std::ostream* out) { *out << strategy
 
 const std::vector<SaveStrategy>& strategies() {
     static const std::vector<SaveStrategy> table = {
-        {"TruncateAndWrite", "", [](auto&, auto& path, auto& text) { put(path, text); }},
+        {"TruncateAndWrite", "", [](auto&, auto& path, auto& text) { test::writeFile(path, text); }},
         {"Cp", "cp",
-         [](auto& folder, auto& path, auto& text) {
+         [](auto&, auto& path, auto& text) {
              TempDirectory elsewhere;
              run("cp " + elsewhere.write("new", text) + " " + path);
-             (void)folder;
          }},
         {"GtkOutputStreamRename", "",
          [](auto& folder, auto& path, auto& text) {
              const std::string temporary = folder + "/.goutputstream-Q3ZK2Y";
-             put(temporary, text);
+             test::writeFile(temporary, text);
              fs::rename(temporary, path);
          }},
         {"MkstempRename", "",
          [](auto& folder, auto& path, auto& text) {
              const std::string temporary = folder + "/tmpq8w2ex1";  // no telltale pattern at all
-             put(temporary, text);
+             test::writeFile(temporary, text);
              fs::rename(temporary, path);
          }},
         {"SedInPlace", "sed",
@@ -79,24 +70,24 @@ const std::vector<SaveStrategy>& strategies() {
         {"BackupTildeThenWriteThenDelete", "",
          [](auto&, auto& path, auto& text) {
              fs::rename(path, path + "~");
-             put(path, text);
+             test::writeFile(path, text);
              fs::remove(path + "~");
          }},
         {"BackupBakThenWriteKeepingIt", "",
          [](auto&, auto& path, auto& text) {
              fs::rename(path, path + ".bak");
-             put(path, text);
+             test::writeFile(path, text);
          },
          {"doc.txt.bak"}},
         {"IdeOldNameThenWriteThenDelete", "",
          [](auto&, auto& path, auto& text) {
              fs::rename(path, path + "___jb_old___");
-             put(path, text);
+             test::writeFile(path, text);
              fs::remove(path + "___jb_old___");
          }},
         {"IdeTmpNameRenamedIn", "",
          [](auto&, auto& path, auto& text) {
-             put(path + "___jb_tmp___", text);
+             test::writeFile(path + "___jb_tmp___", text);
              fs::rename(path, path + "___jb_old___");
              fs::rename(path + "___jb_tmp___", path);
              fs::remove(path + "___jb_old___");
@@ -104,7 +95,7 @@ const std::vector<SaveStrategy>& strategies() {
         {"UnlinkThenCreate", "",
          [](auto&, auto& path, auto& text) {
              fs::remove(path);
-             put(path, text);
+             test::writeFile(path, text);
          }},
         {"Vim", "vim",
          [](auto&, auto& path, auto& text) {
@@ -120,12 +111,7 @@ const std::vector<SaveStrategy>& strategies() {
     return table;
 }
 
-class LiveHistoryTest : public test::LiveDaemonTest {
-protected:
-    std::string contentOf(const json& version) {
-        return vosklin({"cat", std::to_string(version["id"].get<std::int64_t>())}).out;
-    }
-};
+using LiveHistoryTest = test::LiveDaemonTest;
 
 class SaveStrategiesTest : public LiveHistoryTest, public ::testing::WithParamInterface<SaveStrategy> {};
 
@@ -138,7 +124,7 @@ TEST_P(SaveStrategiesTest, ThreeSavesAreThreeVersionsOfOneFile) {
     ASSERT_TRUE(daemon.start());
     settle();
 
-    put(path, "first\n");
+    test::writeFile(path, "first\n");
     settle();
     const auto firstRow = historyOf(path)["file"]["id"];
     for (const std::string text : {"second", "third", "fourth"}) {
@@ -197,7 +183,7 @@ TEST_F(LiveHistoryTest, RestoresAndRewindsThroughTheDaemonKeepHistoryAttached) {
     settle();
     ASSERT_EQ(historyOf(root + "/a.txt")["versions"].size(), 2u);
 
-    const auto older = std::to_string(first["versions"][0]["id"].get<std::int64_t>());
+    const auto older = idOf(first["versions"][0]);
     auto inPlace = vosklin({"restore", older, "--in-place"});
     ASSERT_EQ(inPlace.exitStatus, 0) << inPlace.err;
     auto beside = vosklin({"restore", older});

@@ -13,10 +13,8 @@
 #include <thread>
 
 #include "app/LiveDaemonTest.h"
-#include "support/CommandRunner.h"
 #include "support/DaemonProcess.h"
 #include "support/SpecialFiles.h"
-#include "support/TempDirectory.h"
 
 namespace vosklin {
 namespace {
@@ -27,10 +25,7 @@ using test::DaemonProcess;
 
 class SpecialFilesTest : public test::LiveDaemonTest {
 protected:
-    json daemonStats() {
-        auto status = test::jsonInHome(home.path(), {"status"});
-        return status["daemon"].value("stats", json::object());
-    }
+    json daemonStats() { return jsonOf({"status"})["daemon"].value("stats", json::object()); }
     // The slot directories in the store (versions/<low byte>/<file id>/<slot>).
     std::vector<fs::path> slots() {
         std::vector<fs::path> found;
@@ -80,9 +75,7 @@ TEST_F(SpecialFilesTest, DiffRefusesAPipeInsteadOfWaitingOnIt) {
     int unblock = ::open(pipe.c_str(), O_RDONLY | O_NONBLOCK);  // lets the writer's open return
     writer.join();
     ::close(unblock);
-    EXPECT_EQ(result.exitStatus, 1) << result.out;
-    EXPECT_NE(result.err.find("is not a regular file"), std::string::npos) << result.err;
-    EXPECT_EQ(std::count(result.err.begin(), result.err.end(), '\n'), 1) << result.err;
+    expectRefused(result, "is not a regular file");
 }
 
 // Another program holds the file locked, so its capture waits a second for the

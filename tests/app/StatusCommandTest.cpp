@@ -3,6 +3,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "app/VosklinHomeTest.h"
 #include "catalog/Database.h"
 #include "catalog/VersionCatalog.h"
 #include "store/VersionStoreLayout.h"
@@ -105,28 +106,25 @@ struct CatalogDamage {
     void (*apply)(const std::string& catalog);
 };
 
-class DamagedCatalogTest : public ::testing::TestWithParam<CatalogDamage> {};
+class DamagedCatalogTest : public test::VosklinHomeTest, public ::testing::WithParamInterface<CatalogDamage> {};
 
 TEST_P(DamagedCatalogTest, IsReportedWithTheWayOutAndLeftAsItIs) {
-    TempDirectory home, watched;
-    const std::string root = std::filesystem::canonical(watched.path()).string();
     watched.write("a.txt", "kept");
-    ASSERT_EQ(test::runInHome(home.path(), {"folder", "add", root}).exitStatus, 0);
-    ASSERT_EQ(test::runInHome(home.path(), {"scan", root}).exitStatus, 0);
+    ASSERT_EQ(vosklin({"folder", "add", root}).exitStatus, 0);
+    ASSERT_EQ(vosklin({"scan", root}).exitStatus, 0);
     const std::string catalog = home / "store/index.sqlite";
     GetParam().apply(catalog);
     const bool existed = std::filesystem::exists(catalog);
     const std::string before = existed ? test::readFile(catalog) : "";
 
-    auto status = test::runInHome(home.path(), {"status"});
+    auto status = vosklin({"status"});
     EXPECT_EQ(status.exitStatus, 1);
     EXPECT_NE(status.out.find("(catalog damaged)"), std::string::npos) << status.out;
     EXPECT_TRUE(status.err.starts_with("vosklin: The catalog is damaged (")) << status.err;
     EXPECT_TRUE(status.err.ends_with(
         "; run 'vosklin check --rebuild' to rebuild it from the stored versions\n")) << status.err;
-    auto json = nlohmann::json::parse(test::runInHome(home.path(), {"status", "--json"}).out);
-    EXPECT_EQ(json["store"], "damaged");
-    auto versions = test::runInHome(home.path(), {"versions", root + "/a.txt"});
+    EXPECT_EQ(nlohmann::json::parse(vosklin({"status", "--json"}).out)["store"], "damaged");
+    auto versions = vosklin({"versions", root + "/a.txt"});
     EXPECT_EQ(versions.exitStatus, 1);
     EXPECT_EQ(versions.err, status.err) << "every command says the same";
 

@@ -5,6 +5,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <stdexcept>
 
@@ -61,6 +62,13 @@ nlohmann::json jsonInHome(const std::string& home, std::vector<std::string> argu
         ADD_FAILURE() << "not JSON (" << error.what() << "): " << result.out;
         return nlohmann::json::object();
     }
+}
+
+void expectRefused(const CommandResult& result, const std::string& because) {
+    EXPECT_EQ(result.exitStatus, 1) << result.out;
+    EXPECT_TRUE(result.err.starts_with("vosklin: ")) << result.err;
+    EXPECT_EQ(std::count(result.err.begin(), result.err.end(), '\n'), 1) << result.err;
+    EXPECT_NE(result.err.find(because), std::string::npos) << result.err;
 }
 
 }  // namespace vosklin::test

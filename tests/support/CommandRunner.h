@@ -23,4 +23,7 @@ CommandResult runVosklin(const std::vector<std::string>& arguments,
 CommandResult runInHome(const std::string& home, std::vector<std::string> arguments);
 nlohmann::json jsonInHome(const std::string& home, std::vector<std::string> arguments);
 
+// A failed command: exit status 1 and one line on stderr, "vosklin: ...", that contains `because`.
+void expectRefused(const CommandResult& result, const std::string& because);
+
 }  // namespace vosklin::test
