@@ -5,8 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "catalog/CaptureSource.h"
-#include "store/CloneMethod.h"
+#include "catalog/NewVersion.h"
 
 namespace vosklin {
 
@@ -23,17 +22,10 @@ struct RecoveredHistory {
         std::optional<std::string> fileExtension;
         std::optional<double> deletedAt;  // set when the path is gone now: a "deleted" event is written with it
     };
-    struct Version {
-        std::int64_t fileID = 0;
-        double capturedAt = 0;
-        std::string digest;
-        std::int64_t logicalBytes = 0;
-        std::string slot;
-        std::string payloadName;
-        CloneMethod method = CloneMethod::unknown;
-        bool isVerified = true;
-        CaptureSource source = CaptureSource::crawl;
-        std::string relativePath;  // the path it was taken under
+    // A version as a capture records it (never starred, no batch, no replacement
+    // flag: the sidecar does not say), and the path it was taken under.
+    struct Version : NewVersion {
+        std::string relativePath;
     };
 
     std::vector<File> files;

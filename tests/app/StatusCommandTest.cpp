@@ -105,6 +105,7 @@ struct CatalogDamage {
     const char* name;
     void (*apply)(const std::string& catalog);
 };
+void PrintTo(const CatalogDamage& damage, std::ostream* out) { *out << damage.name; }
 
 class DamagedCatalogTest : public test::VosklinHomeTest, public ::testing::WithParamInterface<CatalogDamage> {};
 

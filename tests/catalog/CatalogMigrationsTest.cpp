@@ -80,6 +80,7 @@ struct ForeignVersionCase {
     std::int32_t version;
     CatalogError::Kind expected;
 };
+void PrintTo(const ForeignVersionCase& c, std::ostream* out) { *out << "user_version " << c.version; }
 
 class ForeignSchemaVersionTest : public ::testing::TestWithParam<ForeignVersionCase> {};
 

@@ -93,6 +93,7 @@ struct Damage {
     std::optional<StoreProblem::Kind> expected;  // nothing: the check must pass
     std::string field;
 };
+void PrintTo(const Damage& damage, std::ostream* out) { *out << damage.name; }
 
 class StoreCheckerDamageTest : public StoreFixture, public ::testing::WithParamInterface<Damage> {};
 

@@ -64,6 +64,7 @@ struct RefusedSidecar {
     std::string from;
     std::string to;
 };
+void PrintTo(const RefusedSidecar& refused, std::ostream* out) { *out << refused.why; }
 
 class SidecarDecoderRefusalTest : public ::testing::TestWithParam<RefusedSidecar> {};
 
