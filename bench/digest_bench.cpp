@@ -8,7 +8,6 @@
 // buffer already in memory.
 
 #include <benchmark/benchmark.h>
-#include <openssl/evp.h>
 
 #include <cctype>
 #include <chrono>
@@ -25,11 +24,13 @@
 #include "BenchSupport.h"
 #include "platform/PosixFileSystem.h"
 #include "store/PayloadDigest.h"
+#include "store/Sha256.h"
 
 namespace {
 
 using vosklin::PayloadDigest;
 using vosklin::PosixFileSystem;
+using vosklin::Sha256;
 using Clock = std::chrono::steady_clock;
 
 constexpr std::size_t fileBytes = std::size_t(1) << 30;
@@ -37,33 +38,6 @@ constexpr std::size_t chunk = PayloadDigest::chunkSize;
 constexpr int timedRuns = 5;
 // `openssl speed` counts in thousands of bytes, so MB here are 10^6 bytes too.
 constexpr double megabyte = 1e6;
-
-std::string hex(const unsigned char* bytes, unsigned int length) {
-    static const char digits[] = "0123456789abcdef";
-    std::string text;
-    for (unsigned int i = 0; i < length; ++i) {
-        text += digits[bytes[i] >> 4];
-        text += digits[bytes[i] & 15];
-    }
-    return text;
-}
-
-class Sha256 {
-public:
-    Sha256() : context_(EVP_MD_CTX_new(), EVP_MD_CTX_free) {
-        if (!context_ || EVP_DigestInit_ex(context_.get(), EVP_sha256(), nullptr) != 1) throw std::runtime_error("EVP");
-    }
-    void update(const void* data, std::size_t size) { EVP_DigestUpdate(context_.get(), data, size); }
-    std::string hexDigest() {
-        unsigned char digest[EVP_MAX_MD_SIZE];
-        unsigned int length = 0;
-        EVP_DigestFinal_ex(context_.get(), digest, &length);
-        return hex(digest, length);
-    }
-
-private:
-    std::unique_ptr<EVP_MD_CTX, void (*)(EVP_MD_CTX*)> context_;
-};
 
 // Writes the test file and returns the SHA-256 of what was written, so the
 // benchmark can check PayloadDigest's answer and not just its speed.
@@ -79,7 +53,7 @@ std::string writeTestFile(PosixFileSystem& fileSystem, const std::string& path) 
     }
     // Flushed now so that write-back does not compete with the timed reads.
     fileSystem.syncFile(file.get());
-    return expected.hexDigest();
+    return expected.hex();
 }
 
 struct Measured {
@@ -142,7 +116,7 @@ void BM_EvpInMemory(benchmark::State& state) {
         auto started = Clock::now();
         Sha256 hash;
         for (std::size_t done = 0; done < fileBytes; done += chunk) hash.update(buffer.data(), chunk);
-        benchmark::DoNotOptimize(hash.hexDigest());
+        benchmark::DoNotOptimize(hash.hex());
         measured.seconds += std::chrono::duration<double>(Clock::now() - started).count();
         measured.bytes += double(fileBytes);
     }
