@@ -4,6 +4,7 @@
 
 #include <cstdlib>
 
+#include "app/ApiRequest.h"
 #include "app/JsonRecords.h"
 #include "app/UserInstant.h"
 #include "history/FolderHistory.h"
@@ -17,12 +18,12 @@ namespace vosklin {
 
 ApiHandlers::ApiHandlers(AppContext& context, CaptureEngine* engine) : context_(context), engine_(engine) {}
 
-WatchedFolder ApiHandlers::folderOf(const nlohmann::json& request, bool mustBeReachable) {
-    if (!request.is_object() || !request.contains("folder") || !request["folder"].is_string())
-        throw ApiError(400, "The request names no folder");
+WatchedFolder ApiHandlers::folderOf(const ApiRequest& request, bool mustBeReachable) {
+    const auto path = request.path("folder");
+    if (!path) throw ApiError(400, "The request names no folder");
     WatchedFolder folder;
     try {
-        folder = context_.folders().require(getPath(request, "folder"));
+        folder = context_.folders().require(*path);
     } catch (const FolderListError& error) {
         throw ApiError(404, error.what());
     }
@@ -32,9 +33,9 @@ WatchedFolder ApiHandlers::folderOf(const nlohmann::json& request, bool mustBeRe
     return folder;
 }
 
-nlohmann::json ApiHandlers::mark(const nlohmann::json& request, bool naming) {
+nlohmann::json ApiHandlers::mark(const ApiRequest& request, bool naming) {
     WatchedFolder folder = folderOf(request, false);
-    const std::string momentText = request.value("moment", "");
+    const std::string momentText = request.text("moment").value_or("");
     auto instant = parseUserInstant(momentText);
     if (!instant) throw ApiError(400, "'" + momentText + "' is not an instant; use the form 'vosklin history' prints");
     FolderHistory history;
@@ -44,7 +45,7 @@ nlohmann::json ApiHandlers::mark(const nlohmann::json& request, bool naming) {
         throw ApiError(404, "There is no moment at " + momentText + " in " + displayableUtf8(folder.path) +
                                 " (see 'vosklin history')");
     if (naming) {
-        const std::string name = request.value("name", "");
+        const std::string name = request.text("name").value_or("");
         if (name.empty()) throw ApiError(400, "A moment's name cannot be empty");
         context_.catalog().recordMark({folder.id, moment->at, name, MomentMark::Kind::named, std::nullopt});
     } else if (auto existing = history.markAt(moment->at)) {
@@ -57,21 +58,22 @@ nlohmann::json ApiHandlers::mark(const nlohmann::json& request, bool naming) {
     return {{"at", formatInstant(moment->at)}};
 }
 
-nlohmann::json ApiHandlers::restore(const nlohmann::json& request) {
+nlohmann::json ApiHandlers::restore(const ApiRequest& request) {
     auto& service = context_.restoreService();
     // The daemon does not take its own writes for the user's changes.
     if (engine_) service.beforeWrite = [this](const std::vector<std::string>& paths) { engine_->suppress(paths); };
     try {
         RestoreReport report;
-        if (request.contains("previous")) {
-            auto found = context_.folders().folderContaining(getPath(request, "previous"));
+        if (auto previous = request.path("previous")) {
+            auto found = context_.folders().folderContaining(*previous);
             if (!found || found->second.empty())
-                throw ApiError(404, displayableUtf8(getPath(request, "previous")) + " is not inside a watched folder");
+                throw ApiError(404, displayableUtf8(*previous) + " is not inside a watched folder");
             report = service.restorePrevious(found->first.id, found->second);
         } else {
-            const std::int64_t version = request.value("version", std::int64_t(0));
-            report = service.restore(version, request.value("inPlace", false) ? RestoreMode::replaceInPlace
-                                                                               : RestoreMode::copyBeside);
+            const auto version = request.identifier("version");
+            if (!version) throw ApiError(400, "The request names no version to restore");
+            report = service.restore(*version, request.flag("inPlace").value_or(false) ? RestoreMode::replaceInPlace
+                                                                                      : RestoreMode::copyBeside);
         }
         nlohmann::json answer = {{"mode", std::string(toString(report.mode))}};
         putPath(answer, "restoredPath", report.restoredPath);
@@ -88,28 +90,29 @@ nlohmann::json ApiHandlers::restore(const nlohmann::json& request) {
     }
 }
 
-nlohmann::json ApiHandlers::rewind(const nlohmann::json& request) {
+nlohmann::json ApiHandlers::rewind(const ApiRequest& request) {
     WatchedFolder folder = folderOf(request);
     // A number is the exact instant. Text is as people read it, rounded to the
     // microsecond: it is taken as the moment it names, whose exact instant the
     // state must be read at (a hair earlier would miss the moment's own versions).
     std::optional<double> target;
-    if (request.contains("target") && request["target"].is_number()) {
-        target = request["target"].get<double>();
-    } else if (request.contains("target") && request["target"].is_string()) {
-        target = parseUserInstant(request["target"].get<std::string>());
+    if (request.has("target") && request.json()["target"].is_string()) {
+        target = parseUserInstant(*request.text("target"));
         if (target && context_.storeExists())
             target = FolderHistory::load(context_.catalog(), folder.id).stateInstant(*target);
+    } else {
+        // From 1970 to the year 9999: instants outside cannot be shown or stored.
+        target = request.number("target", 0, 253402300799.0);
     }
     if (!target) throw ApiError(400, "The request names no instant to go back to");
+    const auto fingerprint = request.text("planFingerprint");
     auto& service = context_.rewindService();
     if (engine_) service.beforeWrite = [this](const std::vector<std::string>& paths) { engine_->suppress(paths); };
     try {
         // Planned here, at the moment of writing, so that the plan is of the folder as it is now;
         // when the caller showed a plan, this one must be that one, or nothing is written.
         const RewindPlan plan = service.plan(folder, *target);
-        if (request.contains("planFingerprint") &&
-            (!request["planFingerprint"].is_string() || request["planFingerprint"] != plan.fingerprint()))
+        if (fingerprint && *fingerprint != plan.fingerprint())
             throw ApiError(409, displayableUtf8(folder.path) +
                                     " changed since the plan was shown, so nothing was changed; run the command "
                                     "again to see the new plan");
@@ -125,19 +128,34 @@ nlohmann::json ApiHandlers::rewind(const nlohmann::json& request) {
     }
 }
 
-nlohmann::json ApiHandlers::star(const nlohmann::json& request, bool starred) {
-    const std::string text = request.contains("version") && request["version"].is_number_integer()
-                                 ? std::to_string(request["version"].get<std::int64_t>())
-                                 : request.value("version", "");
-    char* end = nullptr;
-    const long long id = std::strtoll(text.c_str(), &end, 10);
-    if (text.empty() || *end != '\0' || id <= 0) throw ApiError(400, "'" + text + "' is not a version number");
-    if (!context_.storeExists() || !context_.catalog().version(id)) throw ApiError(404, "There is no version " + text);
-    context_.catalog().setStarred(id, starred);
-    return {{"id", id}, {"isStarred", starred}};
+nlohmann::json ApiHandlers::star(const ApiRequest& request, bool starred) {
+    const auto id = request.identifier("version");
+    if (!id) throw ApiError(400, "The request names no version");
+    if (!context_.storeExists() || !context_.catalog().version(*id))
+        throw ApiError(404, "There is no version " + std::to_string(*id));
+    context_.catalog().setStarred(*id, starred);
+    return {{"id", *id}, {"isStarred", starred}};
+}
+
+ApiResponse ApiHandlers::answer(const std::string& name, const std::string& body) {
+    try {
+        return {200, dispatch(name, ApiRequest::parse(body))};
+    } catch (const ApiError& error) {
+        return {error.status(), {{"error", error.what()}}};
+    } catch (const nlohmann::json::exception&) {
+        // A field the handlers failed to check: still the request's fault, and the
+        // library's own text would tell the caller nothing.
+        return {400, {{"error", "The request's fields do not have the types this request takes"}}};
+    } catch (const std::exception& error) {
+        return {500, {{"error", error.what()}}};
+    }
 }
 
 nlohmann::json ApiHandlers::call(const std::string& name, const nlohmann::json& request) {
+    return dispatch(name, ApiRequest(request));
+}
+
+nlohmann::json ApiHandlers::dispatch(const std::string& name, const ApiRequest& request) {
     if (name == "status") {
         nlohmann::json response;
         response["daemon"] = engine_ != nullptr;
@@ -187,7 +205,7 @@ nlohmann::json ApiHandlers::call(const std::string& name, const nlohmann::json& 
     }
     if (name == "settle") {
         if (!engine_) throw ApiError(409, "No Vosklin daemon is running for this home");
-        const double timeout = request.is_object() ? request.value("timeout", 60.0) : 60.0;
+        const double timeout = request.number("timeout", 0, 86400).value_or(60.0);
         return {{"settled", engine_->barrier(timeout)}};
     }
     if (name == "name" || name == "unname") return mark(request, name == "name");

@@ -19,6 +19,15 @@ private:
     int status_;
 };
 
+// What a transport sends back: the HTTP-style status and the JSON body
+// ({"error": message} when the status is not 200).
+struct ApiResponse {
+    int status = 200;
+    nlohmann::json body;
+};
+
+class ApiRequest;
+
 // The one request/response layer, JSON in and JSON out, behind both the
 // daemon's local API and the command line when no daemon runs, so every
 // front end shares one set of handlers.
@@ -36,19 +45,25 @@ private:
 //   restore  {"version": id, "inPlace": bool} or {"previous": path} -> {"mode", "restoredPath", "preRestoreVersionID"}
 //
 // With an engine (in the daemon) work goes through it; without one it runs in
-// this process. Failures are thrown as ApiError.
+// this process. Failures are thrown as ApiError. Bodies are read through
+// ApiRequest, so a field of the wrong type or range is a 400 naming the field.
+// Calls may come from several threads at once, as the transports serve them.
 class ApiHandlers {
 public:
     ApiHandlers(AppContext& context, CaptureEngine* engine);
 
+    // For the transports: the body as received, and every failure as a status and message.
+    ApiResponse answer(const std::string& name, const std::string& body);
+    // For the command line in this process. Throws ApiError.
     nlohmann::json call(const std::string& name, const nlohmann::json& request);
 
 private:
-    WatchedFolder folderOf(const nlohmann::json& request, bool mustBeReachable = true);
-    nlohmann::json mark(const nlohmann::json& request, bool naming);
-    nlohmann::json star(const nlohmann::json& request, bool starred);
-    nlohmann::json restore(const nlohmann::json& request);
-    nlohmann::json rewind(const nlohmann::json& request);
+    nlohmann::json dispatch(const std::string& name, const ApiRequest& request);
+    WatchedFolder folderOf(const ApiRequest& request, bool mustBeReachable = true);
+    nlohmann::json mark(const ApiRequest& request, bool naming);
+    nlohmann::json star(const ApiRequest& request, bool starred);
+    nlohmann::json restore(const ApiRequest& request);
+    nlohmann::json rewind(const ApiRequest& request);
 
     AppContext& context_;
     CaptureEngine* engine_;

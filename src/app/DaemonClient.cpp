@@ -1,29 +1,50 @@
 #include "app/DaemonClient.h"
 
-#include <httplib.h>
+#include <cmath>
+#include <cstring>
 
 #include "app/ApiHandlers.h"
+#include "platform/FileSystemError.h"
+#include "platform/UnixSocket.h"
 
 namespace vosklin {
 
 nlohmann::json DaemonClient::call(const std::string& name, const nlohmann::json& request, double timeoutSeconds) {
-    httplib::Client client("127.0.0.1", endpoint_.port);
-    const auto seconds = time_t(timeoutSeconds);
-    client.set_read_timeout(seconds, 0);
-    client.set_write_timeout(10, 0);
-    httplib::Headers headers = {{"Authorization", "Bearer " + endpoint_.token}};
-    auto response = client.Post(("/v1/" + name).c_str(), headers, request.dump(), "application/json");
-    if (!response)
-        throw std::runtime_error("The Vosklin daemon (pid " + std::to_string(endpoint_.pid) +
-                                 ") did not answer: " + httplib::to_string(response.error()));
-    auto body = nlohmann::json::parse(response->body, nullptr, false);
-    if (response->status != 200) {
-        std::string message = body.is_object() && body.contains("error") ? body["error"].get<std::string>()
-                                                                         : "HTTP " + std::to_string(response->status);
-        throw ApiError(response->status, message);
+    const std::string who = "The Vosklin daemon (pid " + std::to_string(endpoint_.pid) + ")";
+    const auto now = std::chrono::steady_clock::now();
+    const auto deadline = now + std::chrono::milliseconds(std::llround(std::min(timeoutSeconds, 1e9) * 1000));
+    std::optional<UnixSocket> socket;
+    try {
+        socket = UnixSocket::connect(endpoint_.socketPath);
+    } catch (const FileSystemError& error) {
+        throw std::runtime_error(who + " cannot be reached at " + endpoint_.socketPath + ": " +
+                                 std::strerror(error.errorNumber()));
     }
-    if (body.is_discarded()) throw std::runtime_error("The Vosklin daemon sent an answer that is not JSON");
-    return body;
+    const std::string line =
+        name + " " + request.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace) + "\n";
+    if (!socket->writeAll(line, now + std::chrono::seconds(10)))
+        throw std::runtime_error(who + " did not take the request");
+    std::string answerLine;
+    switch (socket->readLine(answerLine, std::size_t(1) << 30, deadline)) {
+        case UnixSocket::ReadResult::line:
+            break;
+        case UnixSocket::ReadResult::timedOut:
+            throw std::runtime_error(who + " did not answer within " + std::to_string(std::llround(timeoutSeconds)) +
+                                     " s");
+        default:
+            throw std::runtime_error(who + " closed the connection without answering");
+    }
+    auto answer = nlohmann::json::parse(answerLine, nullptr, false);
+    if (answer.is_discarded() || !answer.is_object() || !answer.contains("status") ||
+        !answer["status"].is_number_integer())
+        throw std::runtime_error(who + " sent an answer that is not of its API");
+    const int status = answer["status"].get<int>();
+    if (status != 200) {
+        const auto error = answer.find("error");
+        throw ApiError(status, error != answer.end() && error->is_string() ? error->get<std::string>()
+                                                                           : "status " + std::to_string(status));
+    }
+    return answer.value("body", nlohmann::json::object());
 }
 
 }  // namespace vosklin

@@ -8,6 +8,7 @@
 
 #include "platform/AtomicFile.h"
 #include "platform/FileSystemError.h"
+#include "platform/PathJson.h"
 #include "platform/PathNames.h"
 
 namespace vosklin {
@@ -57,6 +58,7 @@ std::optional<DaemonEndpoint> DaemonEndpoint::find(FileSystem& fileSystem, const
         DaemonEndpoint endpoint;
         endpoint.pid = json.at("pid").get<int>();
         endpoint.port = json.at("port").get<int>();
+        endpoint.socketPath = getPath(json, "socket");
         endpoint.token = readWholeFile(fileSystem, joinPath(container, "api-token"));
         while (!endpoint.token.empty() && endpoint.token.back() == '\n') endpoint.token.pop_back();
         return endpoint;
@@ -68,6 +70,7 @@ std::optional<DaemonEndpoint> DaemonEndpoint::find(FileSystem& fileSystem, const
 void DaemonEndpoint::publish(FileSystem& fileSystem, const std::string& container) const {
     writeFileAtomically(fileSystem, joinPath(container, "api-token"), token + "\n", 0600);
     nlohmann::json json = {{"pid", pid}, {"port", port}};
+    putPath(json, "socket", socketPath);
     writeFileAtomically(fileSystem, joinPath(container, "daemon.json"), json.dump(2) + "\n", 0600);
 }
 

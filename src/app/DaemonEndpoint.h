@@ -11,10 +11,12 @@ namespace vosklin {
 // How the command line finds and talks to a running daemon, in the container:
 //   daemon.lock   write-locked (an open-file-description lock) by the one daemon of this
 //                 home while it runs; a look-up only tests the lock, never takes it
-//   daemon.json   {"pid": ..., "port": ...}
-//   api-token     the secret every request must carry; readable by the user only
+//   daemon.json   {"pid": ..., "socket": path, "port": ...}: the command line talks to the
+//                 Unix socket (see LocalSocketServer); the loopback port is for the web UI
+//   api-token     the secret every request on the port must carry; readable by the user only
 struct DaemonEndpoint {
     int pid = 0;
+    std::string socketPath;
     int port = 0;
     std::string token;
 

@@ -10,6 +10,7 @@
 #include "app/CommandError.h"
 #include "app/DaemonEndpoint.h"
 #include "app/LocalApiServer.h"
+#include "app/LocalSocketServer.h"
 #include "bridge/FolderAdmission.h"
 #include "bridge/FolderListError.h"
 #include "capture/CaptureEngine.h"
@@ -81,11 +82,15 @@ int RunCommand::run(const std::vector<std::string>& folders, bool background) {
     endpoint.pid = ::getpid();
     endpoint.token = DaemonEndpoint::makeToken();
     LocalApiServer server(handlers, endpoint.token);
+    LocalSocketServer socketServer(handlers, context_.locator().daemonSocketPath());
     try {
         endpoint.port = server.start();
+        socketServer.start();
+        endpoint.socketPath = socketServer.path();
     } catch (const std::exception& error) {
+        server.stop();
         engine->stop();
-        throw CommandError(error.what());
+        throw CommandError(std::string("The daemon's API could not start: ") + error.what());
     }
     endpoint.publish(context_.fileSystem(), container);
 
@@ -101,8 +106,9 @@ int RunCommand::run(const std::vector<std::string>& folders, bool background) {
     int signal = 0;
     sigwait(&signals, &signal);
     context_.logger().info(std::string("Stopping on ") + (signal == SIGINT ? "SIGINT" : signal == SIGHUP ? "SIGHUP" : "SIGTERM"));
-    server.stop();
     DaemonEndpoint::withdraw(context_.fileSystem(), container);
+    socketServer.stop();
+    server.stop();
     engine->stop();
     if (!background) out_ << "Stopped.\n";
     return 0;

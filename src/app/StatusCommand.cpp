@@ -95,6 +95,7 @@ int StatusCommand::run(bool json, std::ostream& out, std::ostream& err) {
     if (daemon) {
         daemonState["pid"] = daemon->pid;
         daemonState["port"] = daemon->port;
+        putPath(daemonState, "socket", daemon->socketPath);
         try {
             auto answer = DaemonClient(*daemon).call("status", nlohmann::json::object(), 10);
             daemonState["stats"] = answer.value("stats", nlohmann::json::object());
@@ -156,7 +157,8 @@ int StatusCommand::run(bool json, std::ostream& out, std::ostream& err) {
                 break;
         }
         if (daemon) {
-            out << "Daemon:    running (pid " << daemon->pid << ", API on 127.0.0.1:" << daemon->port << ")";
+            out << "Daemon:    running (pid " << daemon->pid << ", listening on " << displayableUtf8(daemon->socketPath)
+                << " and 127.0.0.1:" << daemon->port << ")";
             if (daemonState.contains("stats")) {
                 const auto& stats = daemonState["stats"];
                 out << "; " << stats.value("stored", 0) << " versions stored, " << stats.value("pending", 0)

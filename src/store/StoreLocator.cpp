@@ -7,6 +7,7 @@
 #include <cstdlib>
 
 #include "platform/PathNames.h"
+#include "store/Sha256.h"
 #include "store/StoreLocatorError.h"
 
 namespace vosklin {
@@ -18,11 +19,24 @@ StoreLocator StoreLocator::fromEnvironment(const std::optional<std::string>& hom
                                            const Environment& environment) {
     if (homeOption && !homeOption->empty()) return StoreLocator(absolutePath(*homeOption));
     if (auto home = environment("VOSKLIN_HOME")) return StoreLocator(absolutePath(*home));
+    std::optional<std::string> container;
     if (auto data = environment("XDG_DATA_HOME"); data && isAbsolutePath(*data))
-        return StoreLocator(joinPath(*data, "vosklin"));
-    if (auto home = environment("HOME"); home && isAbsolutePath(*home))
-        return StoreLocator(joinPath(*home, ".local/share/vosklin"));
+        container = joinPath(*data, "vosklin");
+    else if (auto home = environment("HOME"); home && isAbsolutePath(*home))
+        container = joinPath(*home, ".local/share/vosklin");
+    if (container) {
+        StoreLocator locator(*container);
+        // Several containers can share the runtime directory: each socket is named after its container.
+        if (auto runtime = environment("XDG_RUNTIME_DIR"); runtime && isAbsolutePath(*runtime))
+            locator.daemonSocketPath_ =
+                joinPath(*runtime, "vosklin/daemon-" + Sha256::of(*container).substr(0, 16) + ".sock");
+        return locator;
+    }
     throw StoreLocatorError::containerUnavailable("neither --home, VOSKLIN_HOME, XDG_DATA_HOME nor HOME is set");
+}
+
+std::string StoreLocator::daemonSocketPath() const {
+    return daemonSocketPath_.empty() ? joinPath(containerRoot_, "run/daemon.sock") : daemonSocketPath_;
 }
 
 std::string StoreLocator::storeRoot() const { return joinPath(containerRoot_, "store"); }

@@ -27,6 +27,10 @@ public:
                                         const Environment& environment = processEnvironment);
 
     const std::string& containerRoot() const { return containerRoot_; }
+    // Where a daemon of this container listens for the command line: in a private
+    // folder of $XDG_RUNTIME_DIR ("vosklin/"), or, with --home, $VOSKLIN_HOME or no
+    // runtime directory, in the container's "run/" folder.
+    std::string daemonSocketPath() const;
     std::string storeRoot() const;
     // The store root for a watched folder on the same volume. Throws
     // StoreLocatorError: unsupportedVolume (carrying the folder's volume) when
@@ -37,6 +41,7 @@ public:
 
 private:
     std::string containerRoot_;
+    std::string daemonSocketPath_;
     VolumeIdentifier volumeIdentifier_;
 };
 

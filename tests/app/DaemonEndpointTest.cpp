@@ -17,7 +17,7 @@ TEST(DaemonEndpointTest, OneHolderAtATimeAndTheLookUpFollowsIt) {
     PosixFileSystem fileSystem;
     EXPECT_FALSE(DaemonEndpoint::find(fileSystem, home.path())) << "no daemon has ever run here";
 
-    DaemonEndpoint endpoint{4242, 5555, DaemonEndpoint::makeToken()};
+    DaemonEndpoint endpoint{4242, home.path() + "/run/daemon.sock", 5555, DaemonEndpoint::makeToken()};
     {
         auto held = DaemonEndpoint::lock(fileSystem, home.path());
         ASSERT_TRUE(held);
@@ -26,6 +26,7 @@ TEST(DaemonEndpointTest, OneHolderAtATimeAndTheLookUpFollowsIt) {
         auto found = DaemonEndpoint::find(fileSystem, home.path());
         ASSERT_TRUE(found);
         EXPECT_EQ(found->port, 5555);
+        EXPECT_EQ(found->socketPath, endpoint.socketPath);
         EXPECT_EQ(found->token, endpoint.token);
     }
     // Its files outlive it (a crash), but the lock went with it.
