@@ -120,6 +120,7 @@ std::optional<int> DaemonProcess::waitForExit(double timeoutSeconds) {
         auto endpoint = nlohmann::json::parse(readIfThere(endpointPath), nullptr, false);
         if (endpoint.is_object() && endpoint.value("pid", 0) == pid_) {
             port_ = endpoint.value("port", 0);
+            socketPath_ = endpoint.value("socket", "");
             token_ = readIfThere(home_ + "/api-token");
             while (!token_.empty() && token_.back() == '\n') token_.pop_back();
             return ::testing::AssertionSuccess();

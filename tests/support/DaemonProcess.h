@@ -37,6 +37,7 @@ public:
     pid_t pid() const { return pid_; }
     // From daemon.json and api-token, as read by start().
     int port() const { return port_; }
+    const std::string& socketPath() const { return socketPath_; }
     const std::string& token() const { return token_; }
     std::string standardOutput() const;
     std::string standardError() const;
@@ -50,6 +51,7 @@ private:
     pid_t pid_ = -1;
     std::optional<int> exitStatus_;
     int port_ = 0;
+    std::string socketPath_;
     std::string token_;
 };
 
