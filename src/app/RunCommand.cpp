@@ -99,7 +99,8 @@ int RunCommand::run(const std::vector<std::string>& folders, bool background) {
         if (folder.isRecording()) ++recording;
     if (!background) {
         out_ << "Recording " << recording << (recording == 1 ? " folder" : " folders")
-             << " (local API on 127.0.0.1:" << endpoint.port << "). Press Ctrl-C to stop.\n"
+             << " (commands on " << displayableUtf8(endpoint.socketPath) << ", browser on 127.0.0.1:" << endpoint.port
+             << "). Press Ctrl-C to stop.\n"
              << std::flush;
     }
 

@@ -364,15 +364,20 @@ TEST_F(DaemonTest, SnapshotGoesThroughTheRunningDaemonAndStatusShowsIt) {
     EXPECT_FALSE(status["daemon"].contains("error")) << status.dump();
     EXPECT_EQ(daemonFolder(status, root).value("watched", true), false) << "a manual folder has no live watch";
 
-    // The command line reaches the daemon with the token it publishes: with
-    // another token in its place the daemon refuses, which a local crawl would not.
-    const std::string tokenPath = home / "api-token";
-    test::writeFile(tokenPath, std::string(64, '0') + "\n");
+    EXPECT_EQ(status["daemon"]["socket"], daemon.socketPath());
+
+    // The command line reaches the daemon at the socket it publishes: with another
+    // path in its place the command fails, where a local crawl would have gone ahead.
+    const std::string endpointPath = home / "daemon.json";
+    const std::string published = test::readFile(endpointPath);
+    auto misdirected = nlohmann::json::parse(published);
+    misdirected["socket"] = home / "nowhere.sock";
+    test::writeFile(endpointPath, misdirected.dump());
     auto refused = vosklin({"snapshot", root, "--json"});
     EXPECT_EQ(refused.exitStatus, 1) << refused.out;
-    EXPECT_NE(refused.err.find("token"), std::string::npos) << refused.err;
+    EXPECT_NE(refused.err.find("cannot be reached"), std::string::npos) << refused.err;
     expectNoHistory(root + "/a.txt");
-    test::writeFile(tokenPath, daemon.token() + "\n");
+    test::writeFile(endpointPath, published);
 
     auto snapshot = jsonOf({"snapshot", root});
     EXPECT_EQ(snapshot["captured"], 2);
