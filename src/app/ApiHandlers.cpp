@@ -9,6 +9,7 @@
 #include "history/FolderHistory.h"
 #include "bridge/FolderAccess.h"
 #include "bridge/FolderListError.h"
+#include "platform/DisplayName.h"
 #include "platform/Instant.h"
 #include "platform/PathJson.h"
 #include "platform/StringTable.h"
@@ -28,7 +29,7 @@ WatchedFolder ApiHandlers::folderOf(const nlohmann::json& request, bool mustBeRe
     }
     if (!mustBeReachable) return folder;
     auto reach = FolderAccess(context_.fileSystem()).check(folder);
-    if (!reach.reachable) throw ApiError(409, displayableUtf8(folder.path) + " " + reach.reason);
+    if (!reach.reachable) throw ApiError(409, DisplayName::of(folder.path) + " " + reach.reason);
     return folder;
 }
 
@@ -41,7 +42,7 @@ nlohmann::json ApiHandlers::mark(const nlohmann::json& request, bool naming) {
     if (context_.storeExists()) history = FolderHistory::load(context_.catalog(), folder.id);
     auto moment = history.momentAt(*instant);
     if (!moment)
-        throw ApiError(404, "There is no moment at " + momentText + " in " + displayableUtf8(folder.path) +
+        throw ApiError(404, "There is no moment at " + momentText + " in " + DisplayName::of(folder.path) +
                                 " (see 'vosklin history')");
     if (naming) {
         const std::string name = request.value("name", "");
@@ -66,7 +67,7 @@ nlohmann::json ApiHandlers::restore(const nlohmann::json& request) {
         if (request.contains("previous")) {
             auto found = context_.folders().folderContaining(getPath(request, "previous"));
             if (!found || found->second.empty())
-                throw ApiError(404, displayableUtf8(getPath(request, "previous")) + " is not inside a watched folder");
+                throw ApiError(404, DisplayName::of(getPath(request, "previous")) + " is not inside a watched folder");
             report = service.restorePrevious(found->first.id, found->second);
         } else {
             const std::int64_t version = request.value("version", std::int64_t(0));
@@ -110,7 +111,7 @@ nlohmann::json ApiHandlers::rewind(const nlohmann::json& request) {
         const RewindPlan plan = service.plan(folder, *target);
         if (request.contains("planFingerprint") &&
             (!request["planFingerprint"].is_string() || request["planFingerprint"] != plan.fingerprint()))
-            throw ApiError(409, displayableUtf8(folder.path) +
+            throw ApiError(409, DisplayName::of(folder.path) +
                                     " changed since the plan was shown, so nothing was changed; run the command "
                                     "again to see the new plan");
         auto report = service.rewind(folder, plan);

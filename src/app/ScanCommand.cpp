@@ -9,6 +9,7 @@
 #include "app/JsonRecords.h"
 #include "app/TerminalOutput.h"
 #include "bridge/FolderAccess.h"
+#include "platform/DisplayName.h"
 #include "platform/Instant.h"
 #include "platform/PathJson.h"
 
@@ -31,6 +32,9 @@ CrawlReport crawlReportFrom(const nlohmann::json& json) {
                               {&report.failed, "failed"}, {&report.renamed, "renamed"},
                               {&report.tombstoned, "tombstoned"}})
         *field = json.value(key, std::int64_t(0));
+    report.unreadableCount = json.value("unreadableCount", std::int64_t(0));
+    for (const auto& path : json.value("unreadablePaths", nlohmann::json::array()))
+        if (path.is_string()) report.unreadablePaths.push_back(path.get<std::string>());
     report.cancelled = json.value("cancelled", false);
     report.startedAt = parseInstant(json.value("startedAt", "")).value_or(0);
     report.finishedAt = parseInstant(json.value("finishedAt", "")).value_or(report.startedAt);
@@ -45,7 +49,7 @@ ScanCommand::ScanCommand(AppContext& context, std::ostream& out, std::ostream& e
 CrawlReport ScanCommand::run(const WatchedFolder& folder, const std::string& reason, const CrawlOptions& options,
                              bool json) {
     auto reach = FolderAccess(context_.fileSystem()).check(folder);
-    if (!reach.reachable) throw CommandError(displayableUtf8(folder.path) + " " + reach.reason);
+    if (!reach.reachable) throw CommandError(DisplayName::of(folder.path) + " " + reach.reason);
     auto crawler = context_.makeCrawler();
     CrawlCancellation cancellation;
     CrawlReport report;
@@ -74,13 +78,21 @@ int ScanCommand::scan(const std::string& folderName, bool json) {
         out_ << toJson(report).dump(2) << "\n";
     } else {
         out_ << (report.source == CaptureSource::baseline ? "First scan (baseline) of " : "Scanned ")
-             << displayableUtf8(folder.path) << (report.cancelled ? " (stopped early)" : "") << "\n"
+             << DisplayName::of(folder.path) << (report.cancelled ? " (stopped early)" : "") << "\n"
              << "  " << report.examined << " files examined, " << report.captured << " new versions, "
              << report.renamed << " renamed, " << report.tombstoned << " deleted";
         if (report.failed) out_ << ", " << report.failed << " could not be captured (see the log)";
         out_ << ", in " << seconds(report.finishedAt - report.startedAt) << "\n";
+        if (report.unreadableCount) {
+            out_ << "  " << report.unreadableCount << (report.unreadableCount == 1 ? " item" : " items")
+                 << " could not be read, and what they hold was not recorded:\n";
+            for (const auto& path : report.unreadablePaths) out_ << "    " << DisplayName::of(path) << "\n";
+            if (report.unreadableCount > std::int64_t(report.unreadablePaths.size()))
+                out_ << "    ...\n";
+        }
     }
-    return report.failed || report.cancelled ? 1 : 0;
+    if (report.failed || report.cancelled) return 1;
+    return report.unreadableCount ? exitSomeUnreadable : 0;
 }
 
 int ScanCommand::snapshot(const std::string& folderName, bool json) {
@@ -113,7 +125,7 @@ int ScanCommand::snapshot(const std::string& folderName, bool json) {
         object["cancelled"] = report.cancelled;
         out_ << object.dump(2) << "\n";
     } else {
-        out_ << "Snapshot of " << displayableUtf8(folder.path) << " at " << formatLocalTime(report.startedAt)
+        out_ << "Snapshot of " << DisplayName::of(folder.path) << " at " << formatLocalTime(report.startedAt)
              << (report.cancelled ? " (stopped early)" : "") << "\n"
              << "  " << report.captured << " new versions, "
              << report.tombstoned << " deleted files noted";
