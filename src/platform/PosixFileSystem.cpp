@@ -13,9 +13,12 @@
 #include <cerrno>
 #include <climits>
 #include <cstdlib>
+#include <deque>
 #include <memory>
+#include <vector>
 
 #include "platform/FileSystemError.h"
+#include "platform/PathNames.h"
 
 namespace vosklin {
 namespace {
@@ -170,9 +173,50 @@ std::string PosixFileSystem::readLink(const std::string& path) {
 }
 
 std::string PosixFileSystem::resolvedPath(const std::string& path) {
-    std::unique_ptr<char, void (*)(void*)> resolved(::realpath(path.c_str(), nullptr), std::free);
-    if (!resolved) fail("realpath", path);
-    return resolved.get();
+    if (path.size() < PATH_MAX) {
+        std::unique_ptr<char, void (*)(void*)> resolved(::realpath(path.c_str(), nullptr), std::free);
+        if (!resolved) fail("realpath", path);
+        return resolved.get();
+    }
+    // realpath(3) refuses what is longer than PATH_MAX: resolve it one component at a
+    // time, with the calls above, which reach any depth.
+    std::deque<std::string> pending;
+    auto queue = [&](const std::string& text, bool first) {
+        std::vector<std::string> parts;
+        for (std::size_t start = 0; start <= text.size();) {
+            std::size_t end = text.find('/', start);
+            if (end == std::string::npos) end = text.size();
+            if (end > start) parts.push_back(text.substr(start, end - start));
+            start = end + 1;
+        }
+        if (first) pending.insert(pending.begin(), parts.begin(), parts.end());
+        else pending.insert(pending.end(), parts.begin(), parts.end());
+    };
+    queue(absolutePath(path), false);
+    std::string resolved = "/";
+    int links = 0;
+    while (!pending.empty()) {
+        const std::string component = std::move(pending.front());
+        pending.pop_front();
+        if (component == ".") continue;
+        if (component == "..") {
+            resolved = parentPath(resolved);
+            continue;
+        }
+        const std::string candidate = joinPath(resolved, component);
+        const auto found = linkStatus(candidate);
+        if (!found) throw FileSystemError(ENOENT, "realpath", path);
+        if (found->type != FileType::symlink) {
+            if (!pending.empty() && !found->isDirectory()) throw FileSystemError(ENOTDIR, "realpath", path);
+            resolved = candidate;
+            continue;
+        }
+        if (++links > 40) throw FileSystemError(ELOOP, "realpath", path);
+        const std::string target = readLink(candidate);
+        if (!target.empty() && target.front() == '/') resolved = "/";
+        queue(target, true);
+    }
+    return resolved;
 }
 
 UniqueFd PosixFileSystem::openForReading(const std::string& path) {
