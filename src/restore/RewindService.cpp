@@ -41,7 +41,12 @@ RewindPlan RewindService::plan(const WatchedFolder& folder, double target) {
     const auto newest = c_.catalog.newestVersionSummaries(folder.id);
     PayloadDigest digests(c_.fileSystem);
     std::vector<RewindPlan::LiveFile> live;
-    for (const auto& unit : FolderWalker(c_.fileSystem, excludes_, packages_).walk(folder.path).units) {
+    const FolderWalk walk = FolderWalker(c_.fileSystem, excludes_, packages_).walk(folder.path);
+    // A plan over a folder partly unseen would bring back what is still there, or remove what is not.
+    if (!walk.unreadable.empty())
+        throw RewindError(RewindError::Kind::folderUnreadable,
+                          DisplayName::of(joinPath(folder.path, walk.unreadable.front())) + " could not be read");
+    for (const auto& unit : walk.units) {
         RewindPlan::LiveFile file{unit.relativePath, unit.size, std::nullopt, unit.modifiedAt, unit.isPackage};
         // The catalog's digest holds while the file is what its newest version saw: same
         // inode and size, not modified since. Otherwise the bytes on disk decide.

@@ -80,6 +80,9 @@ TEST_P(UnreadableItemsTest, ScanAndStatusNameWhatCouldNotBeReadAndExitWith3) {
     EXPECT_EQ(folder.value("unreadableCount", 0), std::int64_t(row.named.size())) << statusJson.out;
     EXPECT_EQ(folder["unreadablePaths"], json(row.named));
 
+    const json history = json::parse(run({"history", root, "--json"}).out);
+    test::expectRefused(run({"rewind", root, history["sessions"][0]["moments"][0]["at"], "--yes"}), "could not be read");
+
     // Readable again: the next scan says nothing more, and status forgets it.
     ASSERT_EQ(::chmod(locked.c_str(), 0755), 0);
     EXPECT_EQ(run({"scan", root}).exitStatus, 0);
