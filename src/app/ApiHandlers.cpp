@@ -172,12 +172,16 @@ nlohmann::json ApiHandlers::call(const std::string& name, const nlohmann::json& 
             auto crawler = context_.makeCrawler();
             const CrawlOptions options = CrawlOptions::snapshot();
             auto crawl = crawler.crawl(folder, "snapshot", cancellation, options);
-            report = {folder.id, crawl.captured, crawl.tombstoned, crawl.startedAt, *options.batchID, crawl.failed,
-                      crawl.cancelled};
+            report = {folder.id,     crawl.captured,        crawl.tombstoned,
+                      crawl.startedAt, *options.batchID,    crawl.failed,
+                      crawl.cancelled, crawl.unreadableCount, crawl.unreadablePaths};
         }
+        nlohmann::json unreadable = nlohmann::json::array();
+        for (const auto& path : report.unreadablePaths) unreadable.push_back(displayableUtf8(path));
         return {{"folderID", report.folderID}, {"captured", report.captured}, {"tombstoned", report.tombstoned},
                 {"at", formatInstant(report.at)}, {"batchID", report.batchID}, {"failed", report.failed},
-                {"cancelled", report.cancelled}};
+                {"cancelled", report.cancelled}, {"unreadableCount", report.unreadableCount},
+                {"unreadablePaths", unreadable}};
     }
     if (name == "scan") {
         WatchedFolder folder = folderOf(request);

@@ -99,6 +99,7 @@ int CommandLine::run(int argc, char** argv) {
     auto snapshot = app.add_subcommand("snapshot", "Keep a version of every file of a folder now, as one batch");
     snapshot->add_option("FOLDER", folderName, "The folder's path or id")->required();
     addJson(snapshot);
+    snapshot->footer("Exit status as for scan: 3 when done but some folders or files could not be read.");
 
     std::string versionPath, versionID;
     std::optional<std::string> output;

@@ -61,15 +61,18 @@ TEST_P(UnreadableItemsTest, ScanAndStatusNameWhatCouldNotBeReadAndExitWith3) {
     const std::string locked = root + "/" + row.folder;
     ASSERT_EQ(::chmod(locked.c_str(), row.mode), 0);
 
-    const auto scan = run({"scan", root});
-    EXPECT_EQ(scan.exitStatus, 3) << scan.out << scan.err;
-    for (const auto& path : row.named) EXPECT_NE(scan.out.find("    " + DisplayName::of(path) + "\n"), std::string::npos) << scan.out;
-    const auto scanJson = run({"scan", root, "--json"});
-    EXPECT_EQ(scanJson.exitStatus, 3);
-    const json report = json::parse(scanJson.out);
-    EXPECT_EQ(report.value("unreadableCount", 0), std::int64_t(row.named.size())) << scanJson.out;
-    EXPECT_EQ(report["unreadablePaths"], json(row.named));
-    EXPECT_EQ(report.value("tombstoned", -1), 0) << "what could not be read is not deleted";
+    for (const std::string command : {"scan", "snapshot"}) {
+        const auto text = run({command, root});
+        EXPECT_EQ(text.exitStatus, 3) << command << ": " << text.out << text.err;
+        for (const auto& path : row.named)
+            EXPECT_NE(text.out.find("    " + DisplayName::of(path) + "\n"), std::string::npos) << text.out;
+        const auto asJson = run({command, root, "--json"});
+        EXPECT_EQ(asJson.exitStatus, 3) << command;
+        const json report = json::parse(asJson.out);
+        EXPECT_EQ(report.value("unreadableCount", 0), std::int64_t(row.named.size())) << asJson.out;
+        EXPECT_EQ(report["unreadablePaths"], json(row.named)) << command;
+        EXPECT_EQ(report.value("tombstoned", -1), 0) << command << ": what could not be read is not deleted";
+    }
 
     const auto status = run({"status"});
     EXPECT_EQ(status.exitStatus, 3) << status.out << status.err;
