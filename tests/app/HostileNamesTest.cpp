@@ -2,7 +2,8 @@
 // control characters, bytes that are not UTF-8, quotes, a leading dash, the
 // longest name there can be and a path deeper than PATH_MAX. Each must come
 // back byte for byte from restore and rewind, keep --json valid, and never
-// reach the output as a raw control byte (on a terminal least of all).
+// reach the output as a raw control byte (on a terminal least of all). The
+// daemon watches a tree deeper than PATH_MAX live.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -10,9 +11,11 @@
 
 #include <optional>
 
+#include "app/LiveDaemonTest.h"
 #include "app/VosklinHomeTest.h"
 #include "platform/DisplayName.h"
 #include "platform/PathJson.h"
+#include "support/DaemonProcess.h"
 #include "support/TerminalSession.h"
 
 namespace vosklin {
@@ -148,6 +151,23 @@ std::string deepPath() {
     std::string path;
     for (int level = 0; level < 140; ++level) path += std::string(30, 'd') + "/";
     return path + "deep.txt";
+}
+
+// The daemon watches a folder deeper than a path can name, and keeps what is saved there.
+class DeepTreeLiveTest : public test::LiveDaemonTest {};
+
+TEST_F(DeepTreeLiveTest, AFileSavedDeeperThanPathMaxIsCapturedLive) {
+    const std::string relative = deepPath();
+    writeBeneath(root, relative, "before the daemon\n");
+    test::DaemonProcess daemon(home.path(), {root});
+    ASSERT_TRUE(daemon.start());
+    settle();
+    writeBeneath(root, relative, "saved while watched\n");
+    settle();
+    const auto versions = versionsOf(root + "/" + relative);
+    ASSERT_EQ(versions.size(), 2u) << versions.dump();
+    EXPECT_EQ(versions[0]["source"], "watcher");
+    EXPECT_EQ(daemon.stop(), 0) << daemon.standardError();
 }
 
 INSTANTIATE_TEST_SUITE_P(
