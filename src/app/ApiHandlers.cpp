@@ -10,6 +10,7 @@
 #include "history/FolderHistory.h"
 #include "bridge/FolderAccess.h"
 #include "bridge/FolderListError.h"
+#include "platform/DisplayName.h"
 #include "platform/Instant.h"
 #include "platform/PathJson.h"
 #include "platform/StringTable.h"
@@ -29,7 +30,7 @@ WatchedFolder ApiHandlers::folderOf(const ApiRequest& request, bool mustBeReacha
     }
     if (!mustBeReachable) return folder;
     auto reach = FolderAccess(context_.fileSystem()).check(folder);
-    if (!reach.reachable) throw ApiError(409, displayableUtf8(folder.path) + " " + reach.reason);
+    if (!reach.reachable) throw ApiError(409, DisplayName::of(folder.path) + " " + reach.reason);
     return folder;
 }
 
@@ -42,7 +43,7 @@ nlohmann::json ApiHandlers::mark(const ApiRequest& request, bool naming) {
     if (context_.storeExists()) history = FolderHistory::load(context_.catalog(), folder.id);
     auto moment = history.momentAt(*instant);
     if (!moment)
-        throw ApiError(404, "There is no moment at " + momentText + " in " + displayableUtf8(folder.path) +
+        throw ApiError(404, "There is no moment at " + momentText + " in " + DisplayName::of(folder.path) +
                                 " (see 'vosklin history')");
     if (naming) {
         const std::string name = request.text("name").value_or("");
@@ -67,7 +68,7 @@ nlohmann::json ApiHandlers::restore(const ApiRequest& request) {
         if (auto previous = request.path("previous")) {
             auto found = context_.folders().folderContaining(*previous);
             if (!found || found->second.empty())
-                throw ApiError(404, displayableUtf8(*previous) + " is not inside a watched folder");
+                throw ApiError(404, DisplayName::of(*previous) + " is not inside a watched folder");
             report = service.restorePrevious(found->first.id, found->second);
         } else {
             const auto version = request.identifier("version");
@@ -113,7 +114,7 @@ nlohmann::json ApiHandlers::rewind(const ApiRequest& request) {
         // when the caller showed a plan, this one must be that one, or nothing is written.
         const RewindPlan plan = service.plan(folder, *target);
         if (fingerprint && *fingerprint != plan.fingerprint())
-            throw ApiError(409, displayableUtf8(folder.path) +
+            throw ApiError(409, DisplayName::of(folder.path) +
                                     " changed since the plan was shown, so nothing was changed; run the command "
                                     "again to see the new plan");
         auto report = service.rewind(folder, plan);
@@ -189,12 +190,16 @@ nlohmann::json ApiHandlers::dispatch(const std::string& name, const ApiRequest& 
             auto crawler = context_.makeCrawler();
             const CrawlOptions options = CrawlOptions::snapshot();
             auto crawl = crawler.crawl(folder, "snapshot", cancellation, options);
-            report = {folder.id, crawl.captured, crawl.tombstoned, crawl.startedAt, *options.batchID, crawl.failed,
-                      crawl.cancelled};
+            report = {folder.id,     crawl.captured,        crawl.tombstoned,
+                      crawl.startedAt, *options.batchID,    crawl.failed,
+                      crawl.cancelled, crawl.unreadableCount, crawl.unreadablePaths};
         }
+        nlohmann::json unreadable = nlohmann::json::array();
+        for (const auto& path : report.unreadablePaths) unreadable.push_back(displayableUtf8(path));
         return {{"folderID", report.folderID}, {"captured", report.captured}, {"tombstoned", report.tombstoned},
                 {"at", formatInstant(report.at)}, {"batchID", report.batchID}, {"failed", report.failed},
-                {"cancelled", report.cancelled}};
+                {"cancelled", report.cancelled}, {"unreadableCount", report.unreadableCount},
+                {"unreadablePaths", unreadable}};
     }
     if (name == "scan") {
         WatchedFolder folder = folderOf(request);

@@ -7,6 +7,7 @@
 #include "app/TerminalOutput.h"
 #include "catalog/CatalogError.h"
 #include "catalog/DatabaseError.h"
+#include "platform/DisplayName.h"
 #include "platform/PathJson.h"
 #include "platform/PathNames.h"
 #include "store/CatalogRebuilder.h"
@@ -28,7 +29,7 @@ nlohmann::json toJson(const StoreProblem& problem) {
 std::string describe(const StoreProblem& problem) {
     std::string line = problem.versionID ? "version " + std::to_string(*problem.versionID) + " (" + problem.slot + ")"
                                          : problem.slot;
-    return line + ": " + displayableUtf8(problem.detail);
+    return line + ": " + DisplayName::of(problem.detail);
 }
 
 std::string plural(std::int64_t count, const std::string& one, const std::string& many) {
@@ -118,14 +119,14 @@ int CheckCommand::rebuild(bool force, bool json) {
         return 0;
     }
     for (const auto& skipped : report.skipped)
-        out_ << "skipped " << skipped.slot << ": " << displayableUtf8(skipped.reason) << "\n";
+        out_ << "skipped " << skipped.slot << ": " << DisplayName::of(skipped.reason) << "\n";
     out_ << "Rebuilt the catalog from " << plural(report.slots, "slot", "slots") << ": "
          << plural(report.files, "file", "files") << ", " << plural(report.versions, "version", "versions") << ".\n";
     if (!report.skipped.empty())
         out_ << plural(std::int64_t(report.skipped.size()), "slot was", "slots were")
              << " skipped and left in the store as they are.\n";
     if (report.setAsideAs)
-        out_ << "The old catalog is kept as " << displayableUtf8(joinPath(context_.layout().root(), *report.setAsideAs))
+        out_ << "The old catalog is kept as " << DisplayName::of(joinPath(context_.layout().root(), *report.setAsideAs))
              << ".\n";
     out_ << "Recovered versions are marked as found by a scan; moment names, stars and events were only in the "
             "old catalog.\n";

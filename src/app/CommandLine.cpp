@@ -20,6 +20,7 @@
 #include "app/VosklinVersion.h"
 #include "catalog/CatalogError.h"
 #include "catalog/Database.h"
+#include "platform/DisplayName.h"
 
 namespace vosklin {
 
@@ -49,7 +50,7 @@ int CommandLine::run(int argc, char** argv) {
     auto status = app.add_subcommand("status", "Show the store, the watched folders and how much history they hold");
     addJson(status);
     status->footer("Exit status is 1 when the store exists but cannot be used (for example when a newer\n"
-                   "Vosklin wrote it).");
+                   "Vosklin wrote it), 3 when the last scan of a folder could not read some of it.");
 
     std::optional<std::string> checkFolder;
     bool readData = false, rebuildCatalog = false, forceRebuild = false;
@@ -92,10 +93,13 @@ int CommandLine::run(int argc, char** argv) {
     scan->add_option("FOLDER", folderName, "The folder's path or id")->required();
     addJson(scan);
     scan->footer("The first scan of a folder keeps every file (the baseline). Ctrl-C stops between two\n"
-                 "files and keeps what was done.");
+                 "files and keeps what was done. Exit status 0 when done, 1 when something could not be\n"
+                 "captured or the scan was stopped, 3 when done but some folders or files could not be\n"
+                 "read (they are named, and what they hold is neither recorded nor taken as deleted).");
     auto snapshot = app.add_subcommand("snapshot", "Keep a version of every file of a folder now, as one batch");
     snapshot->add_option("FOLDER", folderName, "The folder's path or id")->required();
     addJson(snapshot);
+    snapshot->footer("Exit status as for scan: 3 when done but some folders or files could not be read.");
 
     std::string versionPath, versionID;
     std::optional<std::string> output;
@@ -269,7 +273,8 @@ int CommandLine::run(int argc, char** argv) {
             err_ << "vosklin: " << error.what() << "\n";
         return 1;
     } catch (const std::exception& error) {
-        err_ << "vosklin: " << error.what() << "\n";
+        // Whatever still holds a raw control byte (an argument echoed back, say) is quoted whole.
+        err_ << "vosklin: " << DisplayName::of(error.what()) << "\n";
         return 1;
     }
     return 2;

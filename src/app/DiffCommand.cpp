@@ -7,6 +7,7 @@
 #include "app/CommandError.h"
 #include "app/TerminalOutput.h"
 #include "compare/TextDiff.h"
+#include "platform/DisplayName.h"
 #include "platform/FileSystemError.h"
 #include "platform/PathJson.h"
 #include "platform/PathNames.h"
@@ -23,14 +24,14 @@ constexpr std::size_t contextLines = 3;
 
 std::string readLimited(FileSystem& fileSystem, const std::string& path) {
     auto status = fileSystem.status(path);
-    if (!status) throw CommandError(displayableUtf8(path) + " does not exist");
-    if (status->isDirectory()) throw CommandError(displayableUtf8(path) + " is a folder; only files can be compared");
+    if (!status) throw CommandError(DisplayName::of(path) + " does not exist");
+    if (status->isDirectory()) throw CommandError(DisplayName::of(path) + " is a folder; only files can be compared");
     // A named pipe, socket or device would have the command wait on whatever is at the other end.
     if (!status->isRegular())
-        throw CommandError(displayableUtf8(path) + " is not a regular file; only files can be compared");
-    if (status->size > largestCompared) throw CommandError(displayableUtf8(path) + " is too large to compare as text");
+        throw CommandError(DisplayName::of(path) + " is not a regular file; only files can be compared");
+    if (status->size > largestCompared) throw CommandError(DisplayName::of(path) + " is too large to compare as text");
     auto file = openRegularFile(fileSystem, fileSystem.resolvedPath(path), &*status);
-    if (!file) throw CommandError(displayableUtf8(path) + " changed while it was being read; try again");
+    if (!file) throw CommandError(DisplayName::of(path) + " changed while it was being read; try again");
     std::string text;
     char buffer[65536];
     while (std::size_t count = fileSystem.read(file->fd.get(), buffer, sizeof buffer)) text.append(buffer, count);
@@ -57,7 +58,7 @@ DiffCommand::Side DiffCommand::load(const std::string& versionOrPath) {
             throw CommandError("Version " + versionOrPath + " is too large to compare as text");
         return {"version " + versionOrPath + " (" + formatLocalTime(version->capturedAt) + ")", stored.read()};
     }
-    return {displayableUtf8(versionOrPath), readLimited(context_.fileSystem(), absolutePath(versionOrPath))};
+    return {DisplayName::of(versionOrPath), readLimited(context_.fileSystem(), absolutePath(versionOrPath))};
 }
 
 int DiffCommand::run(const std::string& olderName, const std::string& newerName, bool json) {

@@ -5,6 +5,7 @@
 #include "app/JsonRecords.h"
 #include "bridge/FolderAccess.h"
 #include "bridge/FolderAdmission.h"
+#include "platform/DisplayName.h"
 #include "platform/FileSystemError.h"
 #include "platform/PathJson.h"
 
@@ -20,11 +21,11 @@ int FolderCommand::add(const std::string& path, bool manual, bool json) {
         out_ << toJson(folder).dump(2) << "\n";
         return 0;
     }
-    out_ << "Watching " << displayableUtf8(folder.path) << "\n"
+    out_ << "Watching " << DisplayName::of(folder.path) << "\n"
          << "  id:   " << folder.id << "\n"
          << "  mode: " << toString(folder.mode)
          << (manual ? " (versions only when you take a snapshot)" : " (every change is kept)") << "\n"
-         << "Run 'vosklin scan " << displayableUtf8(folder.path)
+         << "Run 'vosklin scan " << DisplayName::of(folder.path)
          << "' to record its current state now, or 'vosklin run' to keep recording.\n";
     return 0;
 }
@@ -57,7 +58,7 @@ int FolderCommand::list(bool json) {
         std::string state = !reach.reachable ? "unreachable: " + reach.reason
                             : folder.isPaused ? "paused"
                                               : std::string(toString(folder.mode));
-        out_ << displayableUtf8(folder.path) << "\n"
+        out_ << DisplayName::of(folder.path) << "\n"
              << "  id:       " << folder.id << "\n"
              << "  state:    " << state << "\n"
              << "  history:  " << versions << " versions, " << formatByteCount(bytes) << "\n";
@@ -82,7 +83,7 @@ int FolderCommand::remove(const std::string& folderName, bool forgetHistory) {
         }
     }
     context_.folders().remove(folder.id, !forgetHistory);
-    out_ << "Stopped watching " << displayableUtf8(folder.path) << "\n";
+    out_ << "Stopped watching " << DisplayName::of(folder.path) << "\n";
     if (forgetHistory) out_ << "Forgot its history (" << removedSlots << " versions removed from the store).\n";
     else out_ << "Its history is kept; 'vosklin folder add' brings it back.\n";
     return 0;
@@ -92,7 +93,7 @@ int FolderCommand::setPaused(const std::string& folderName, bool paused) {
     WatchedFolder folder = context_.folders().require(folderName);
     folder.isPaused = paused;
     context_.folders().replace(folder);
-    out_ << (paused ? "Paused " : "Resumed ") << displayableUtf8(folder.path) << "\n";
+    out_ << (paused ? "Paused " : "Resumed ") << DisplayName::of(folder.path) << "\n";
     return 0;
 }
 
@@ -102,7 +103,7 @@ int FolderCommand::setMode(const std::string& folderName, const std::string& mod
     WatchedFolder folder = context_.folders().require(folderName);
     folder.mode = *mode;
     context_.folders().replace(folder);
-    out_ << displayableUtf8(folder.path) << " is now " << modeName << "\n";
+    out_ << DisplayName::of(folder.path) << " is now " << modeName << "\n";
     return 0;
 }
 
@@ -120,7 +121,7 @@ int FolderCommand::setBudget(const std::string& folderName, const std::string& b
     WatchedFolder folder = context_.folders().require(folderName);
     folder.budget = budget;
     context_.folders().replace(folder);
-    out_ << "Budget of " << displayableUtf8(folder.path) << ": "
+    out_ << "Budget of " << DisplayName::of(folder.path) << ": "
          << (budget.kind == FolderBudget::Kind::bytes ? formatByteCount(budget.bytes) : budgetText) << "\n";
     return 0;
 }

@@ -13,6 +13,7 @@
 #include "app/TerminalOutput.h"
 #include "app/UserInstant.h"
 #include "history/FolderHistory.h"
+#include "platform/DisplayName.h"
 #include "platform/Instant.h"
 #include "platform/PathJson.h"
 #include "platform/PathNames.h"
@@ -85,7 +86,7 @@ int HistoryCommand::history(const std::string& folderName, bool json, bool all) 
         return 0;
     }
     if (history.sessions.empty()) {
-        out_ << "No history of " << displayableUtf8(folder.path) << " yet ('vosklin scan' or 'vosklin run' records it).\n";
+        out_ << "No history of " << DisplayName::of(folder.path) << " yet ('vosklin scan' or 'vosklin run' records it).\n";
         return 0;
     }
     for (const auto& session : history.sessions) {
@@ -106,8 +107,8 @@ int HistoryCommand::history(const std::string& folderName, bool json, bool all) 
                 std::string label = StringTable::text("rewind.change." + std::string(MomentClustering::toString(change.kind)));
                 char line[64];
                 std::snprintf(line, sizeof line, "      %-9s ", label.c_str());
-                out_ << line << displayableUtf8(change.relativePath);
-                if (change.previousPath) out_ << " (was " << displayableUtf8(*change.previousPath) << ")";
+                out_ << line << DisplayName::of(change.relativePath);
+                if (change.previousPath) out_ << " (was " << DisplayName::of(*change.previousPath) << ")";
                 out_ << "  " << formatByteCount(change.bytes);
                 if (change.byteDelta && *change.byteDelta != 0) out_ << " (" << signedBytes(*change.byteDelta) << ")";
                 out_ << "\n";
@@ -147,13 +148,13 @@ int HistoryCommand::show(const std::string& folderName, const std::string& atTex
         out_ << nlohmann::json({{"folderID", folder.id}, {"at", formatInstant(*at)}, {"files", array}}).dump(2) << "\n";
         return 0;
     }
-    out_ << displayableUtf8(folder.path) << " as it was at " << formatLocalTime(*at) << ": " << states.size()
+    out_ << DisplayName::of(folder.path) << " as it was at " << formatLocalTime(*at) << ": " << states.size()
          << (states.size() == 1 ? " file" : " files") << "\n";
     for (const auto& state : states) {
         char line[64];
         std::snprintf(line, sizeof line, "%8lld  %10s  ", static_cast<long long>(state.version.id),
                       formatByteCount(state.version.logicalBytes).c_str());
-        out_ << line << displayableUtf8(state.file.relativePath) << (state.file.isPackage ? "/" : "") << "\n";
+        out_ << line << DisplayName::of(state.file.relativePath) << (state.file.isPackage ? "/" : "") << "\n";
     }
     return 0;
 }
@@ -183,7 +184,7 @@ int HistoryCommand::restore(const std::string& version, bool inPlace, const std:
     }
     if (!context_.storeExists()) throw CommandError("There is no version " + version);
     auto answer = changeHistory(context_, "restore", request);
-    out_ << "Restored " << displayableUtf8(getPath(answer, "restoredPath"));
+    out_ << "Restored " << DisplayName::of(getPath(answer, "restoredPath"));
     if (!answer["preRestoreVersionID"].is_null())
         out_ << " (what was there is kept as version " << answer["preRestoreVersionID"].get<std::int64_t>() << ")";
     out_ << "\n";

@@ -59,6 +59,9 @@ nlohmann::json toJson(const CrawlReport& report) {
     json["failed"] = report.failed;
     json["renamed"] = report.renamed;
     json["tombstoned"] = report.tombstoned;
+    json["unreadableCount"] = report.unreadableCount;
+    json["unreadablePaths"] = nlohmann::json::array();
+    for (const auto& path : report.unreadablePaths) json["unreadablePaths"].push_back(displayableUtf8(path));
     json["cancelled"] = report.cancelled;
     json["startedAt"] = formatInstant(report.startedAt);
     json["finishedAt"] = formatInstant(report.finishedAt);

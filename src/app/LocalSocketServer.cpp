@@ -6,6 +6,7 @@
 
 #include <stdexcept>
 
+#include "platform/DisplayName.h"
 #include "platform/FileSystemError.h"
 #include "platform/PathNames.h"
 #include "platform/PathJson.h"
@@ -19,7 +20,7 @@ void makePrivateDirectory(const std::string& directory) {
     struct stat status {};
     if (::lstat(directory.c_str(), &status) != 0) throw FileSystemError(errno, "stat", directory);
     if (!S_ISDIR(status.st_mode) || status.st_uid != ::geteuid())
-        throw std::runtime_error(displayableUtf8(directory) +
+        throw std::runtime_error(DisplayName::of(directory) +
                                  " is not a folder of this user's, so the daemon's socket cannot be kept private there");
     if ((status.st_mode & 077) != 0 && ::chmod(directory.c_str(), 0700) != 0)
         throw FileSystemError(errno, "chmod", directory);

@@ -12,6 +12,7 @@
 #include "app/TerminalOutput.h"
 #include "app/UserInstant.h"
 #include "history/FolderHistory.h"
+#include "platform/DisplayName.h"
 #include "platform/Instant.h"
 #include "platform/PathJson.h"
 #include "platform/StringTable.h"
@@ -30,7 +31,7 @@ int RewindCommand::rewindTo(const WatchedFolder& folder, double target, bool dry
         throw CommandError(StringTable::text(error.textKey()) + " (" + error.what() + ")");
     }
     if (plan.steps.empty()) throw CommandError(StringTable::text("rewind.error.nothingToDo"));
-    out_ << StringTable::text("rewind.sheet.subtitle %@ %@", {displayableUtf8(folder.path), formatLocalTime(target)})
+    out_ << StringTable::text("rewind.sheet.subtitle %@ %@", {DisplayName::of(folder.path), formatLocalTime(target)})
          << "\n";
     for (auto [action, key] : {std::pair{Action::revert, "rewind.sheet.revert %lld"},
                                {Action::restoreDeleted, "rewind.sheet.restore %lld"},
@@ -38,7 +39,7 @@ int RewindCommand::rewindTo(const WatchedFolder& folder, double target, bool dry
         if (auto count = plan.count(action)) out_ << "  " << StringTable::count(key, count) << "\n";
     for (const auto& step : plan.steps) {
         const char* label = step.action == Action::revert ? "revert " : step.action == Action::restoreDeleted ? "restore" : "remove ";
-        out_ << "    " << label << "  " << displayableUtf8(step.relativePath) << "\n";
+        out_ << "    " << label << "  " << DisplayName::of(step.relativePath) << "\n";
     }
     out_ << StringTable::text("rewind.sheet.reversible") << "\n";
     if (dryRun) return 0;
@@ -70,7 +71,7 @@ int RewindCommand::rewindTo(const WatchedFolder& folder, double target, bool dry
              << "\n";
         return 1;
     }
-    out_ << "Undo it with: vosklin undo-rewind " << displayableUtf8(folder.path) << "\n";
+    out_ << "Undo it with: vosklin undo-rewind " << DisplayName::of(folder.path) << "\n";
     return 0;
 }
 
@@ -78,7 +79,7 @@ int RewindCommand::rewind(const std::string& folderName, const std::string& mome
     WatchedFolder folder = context_.folders().require(folderName);
     auto target = parseUserInstant(moment);
     if (!target) throw CommandError("'" + moment + "' is not an instant; use the form 'vosklin history' prints");
-    if (!context_.storeExists()) throw CommandError("Vosklin has no history of " + displayableUtf8(folder.path));
+    if (!context_.storeExists()) throw CommandError("Vosklin has no history of " + DisplayName::of(folder.path));
     // As printed, an instant is rounded to the microsecond: read the state it stands for.
     target = FolderHistory::load(context_.catalog(), folder.id).stateInstant(*target);
     return rewindTo(folder, *target, dryRun, yes);
@@ -89,7 +90,7 @@ int RewindCommand::undo(const std::string& folderName, bool dryRun, bool yes) {
     if (context_.storeExists())
         if (auto before = RewindService::undoTarget(context_.catalog().marks(folder.id)))
             return rewindTo(folder, *before, dryRun, yes);
-    throw CommandError(displayableUtf8(folder.path) + " has not been rewound: there is nothing to undo");
+    throw CommandError(DisplayName::of(folder.path) + " has not been rewound: there is nothing to undo");
 }
 
 }  // namespace vosklin

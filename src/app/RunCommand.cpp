@@ -15,6 +15,7 @@
 #include "bridge/FolderListError.h"
 #include "capture/CaptureEngine.h"
 #include "platform/AtomicFile.h"
+#include "platform/DisplayName.h"
 #include "platform/FileSystemError.h"
 #include "platform/PathJson.h"
 #include "platform/PathNames.h"
@@ -30,7 +31,7 @@ int RunCommand::run(const std::vector<std::string>& folders, bool background) {
     auto lock = DaemonEndpoint::lock(context_.fileSystem(), container);
     if (!lock) {
         auto running = DaemonEndpoint::find(context_.fileSystem(), container);
-        throw CommandError("Vosklin is already running for " + displayableUtf8(container) +
+        throw CommandError("Vosklin is already running for " + DisplayName::of(container) +
                            (running ? " (pid " + std::to_string(running->pid) + ")" : std::string()) +
                            "; stop it first, or use another --home");
     }
@@ -41,7 +42,7 @@ int RunCommand::run(const std::vector<std::string>& folders, bool background) {
         try {
             auto folder = context_.folders().append(
                 admission.admit(path, CaptureMode::automatic, context_.folders().folders()));
-            out_ << "Watching " << displayableUtf8(folder.path) << "\n";
+            out_ << "Watching " << DisplayName::of(folder.path) << "\n";
         } catch (const FolderListError& error) {
             if (error.kind() != FolderListError::Kind::overlapsWatched) throw;
             // Already watched (or inside a watched folder): recording it is what was asked.
@@ -99,7 +100,7 @@ int RunCommand::run(const std::vector<std::string>& folders, bool background) {
         if (folder.isRecording()) ++recording;
     if (!background) {
         out_ << "Recording " << recording << (recording == 1 ? " folder" : " folders")
-             << " (commands on " << displayableUtf8(endpoint.socketPath) << ", browser on 127.0.0.1:" << endpoint.port
+             << " (commands on " << DisplayName::of(endpoint.socketPath) << ", browser on 127.0.0.1:" << endpoint.port
              << "). Press Ctrl-C to stop.\n"
              << std::flush;
     }

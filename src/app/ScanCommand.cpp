@@ -9,6 +9,7 @@
 #include "app/JsonRecords.h"
 #include "app/TerminalOutput.h"
 #include "bridge/FolderAccess.h"
+#include "platform/DisplayName.h"
 #include "platform/Instant.h"
 #include "platform/PathJson.h"
 
@@ -21,6 +22,25 @@ std::string seconds(double value) {
     return text;
 }
 
+void readUnreadable(const nlohmann::json& json, CrawlReport& report) {
+    report.unreadableCount = json.value("unreadableCount", std::int64_t(0));
+    for (const auto& path : json.value("unreadablePaths", nlohmann::json::array()))
+        if (path.is_string()) report.unreadablePaths.push_back(path.get<std::string>());
+}
+
+void printUnreadable(std::ostream& out, const CrawlReport& report) {
+    if (!report.unreadableCount) return;
+    out << "  " << report.unreadableCount << (report.unreadableCount == 1 ? " item" : " items")
+        << " could not be read, and what they hold was not recorded:\n";
+    for (const auto& path : report.unreadablePaths) out << "    " << DisplayName::of(path) << "\n";
+    if (report.unreadableCount > std::int64_t(report.unreadablePaths.size())) out << "    ...\n";
+}
+
+int exitStatusOf(const CrawlReport& report) {
+    if (report.failed || report.cancelled) return 1;
+    return report.unreadableCount ? exitSomeUnreadable : 0;
+}
+
 CrawlReport crawlReportFrom(const nlohmann::json& json) {
     CrawlReport report;
     report.folderID = json.value("folderID", "");
@@ -31,6 +51,7 @@ CrawlReport crawlReportFrom(const nlohmann::json& json) {
                               {&report.failed, "failed"}, {&report.renamed, "renamed"},
                               {&report.tombstoned, "tombstoned"}})
         *field = json.value(key, std::int64_t(0));
+    readUnreadable(json, report);
     report.cancelled = json.value("cancelled", false);
     report.startedAt = parseInstant(json.value("startedAt", "")).value_or(0);
     report.finishedAt = parseInstant(json.value("finishedAt", "")).value_or(report.startedAt);
@@ -45,7 +66,7 @@ ScanCommand::ScanCommand(AppContext& context, std::ostream& out, std::ostream& e
 CrawlReport ScanCommand::run(const WatchedFolder& folder, const std::string& reason, const CrawlOptions& options,
                              bool json) {
     auto reach = FolderAccess(context_.fileSystem()).check(folder);
-    if (!reach.reachable) throw CommandError(displayableUtf8(folder.path) + " " + reach.reason);
+    if (!reach.reachable) throw CommandError(DisplayName::of(folder.path) + " " + reach.reason);
     auto crawler = context_.makeCrawler();
     CrawlCancellation cancellation;
     CrawlReport report;
@@ -74,13 +95,14 @@ int ScanCommand::scan(const std::string& folderName, bool json) {
         out_ << toJson(report).dump(2) << "\n";
     } else {
         out_ << (report.source == CaptureSource::baseline ? "First scan (baseline) of " : "Scanned ")
-             << displayableUtf8(folder.path) << (report.cancelled ? " (stopped early)" : "") << "\n"
+             << DisplayName::of(folder.path) << (report.cancelled ? " (stopped early)" : "") << "\n"
              << "  " << report.examined << " files examined, " << report.captured << " new versions, "
              << report.renamed << " renamed, " << report.tombstoned << " deleted";
         if (report.failed) out_ << ", " << report.failed << " could not be captured (see the log)";
         out_ << ", in " << seconds(report.finishedAt - report.startedAt) << "\n";
+        printUnreadable(out_, report);
     }
-    return report.failed || report.cancelled ? 1 : 0;
+    return exitStatusOf(report);
 }
 
 int ScanCommand::snapshot(const std::string& folderName, bool json) {
@@ -97,6 +119,7 @@ int ScanCommand::snapshot(const std::string& folderName, bool json) {
         report.cancelled = answer.value("cancelled", false);
         report.startedAt = parseInstant(answer.value("at", "")).value_or(context_.clock().now());
         batchID = answer.value("batchID", "");
+        readUnreadable(answer, report);
     } else {
         const CrawlOptions options = CrawlOptions::snapshot();
         report = run(folder, "snapshot", options, json);
@@ -111,16 +134,20 @@ int ScanCommand::snapshot(const std::string& folderName, bool json) {
         object["batchID"] = batchID;
         object["failed"] = report.failed;
         object["cancelled"] = report.cancelled;
+        object["unreadableCount"] = report.unreadableCount;
+        object["unreadablePaths"] = nlohmann::json::array();
+        for (const auto& path : report.unreadablePaths) object["unreadablePaths"].push_back(displayableUtf8(path));
         out_ << object.dump(2) << "\n";
     } else {
-        out_ << "Snapshot of " << displayableUtf8(folder.path) << " at " << formatLocalTime(report.startedAt)
+        out_ << "Snapshot of " << DisplayName::of(folder.path) << " at " << formatLocalTime(report.startedAt)
              << (report.cancelled ? " (stopped early)" : "") << "\n"
              << "  " << report.captured << " new versions, "
              << report.tombstoned << " deleted files noted";
         if (report.failed) out_ << ", " << report.failed << " could not be captured (see the log)";
         out_ << "\n";
+        printUnreadable(out_, report);
     }
-    return report.failed || report.cancelled ? 1 : 0;
+    return exitStatusOf(report);
 }
 
 }  // namespace vosklin

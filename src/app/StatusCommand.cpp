@@ -3,6 +3,7 @@
 #include <nlohmann/json.hpp>
 
 #include "app/ByteCount.h"
+#include "app/CommandError.h"
 #include "app/DaemonClient.h"
 #include "app/DaemonEndpoint.h"
 #include "app/JsonRecords.h"
@@ -11,6 +12,7 @@
 #include "catalog/CatalogMigrations.h"
 #include "catalog/DatabaseError.h"
 #include "catalog/VersionCatalog.h"
+#include "platform/DisplayName.h"
 #include "platform/PathJson.h"
 #include "bridge/FolderAccess.h"
 
@@ -62,6 +64,7 @@ StatusReport StatusCommand::gather() {
             entry.files = std::int64_t(catalog.files(entry.folder.id, true).size());
             entry.versions = catalog.folderVersionCount(entry.folder.id);
             entry.logicalBytes = catalog.folderBytes(entry.folder.id);
+            entry.unreadable = catalog.unreadableItems(entry.folder.id);
         }
         report.schemaVersion = catalog.schemaVersion();
         CatalogTotals totals = catalog.totals();
@@ -127,6 +130,9 @@ int StatusCommand::run(bool json, std::ostream& out, std::ostream& err) {
             folder["files"] = entry.files;
             folder["versions"] = entry.versions;
             folder["logicalBytes"] = entry.logicalBytes;
+            folder["unreadableCount"] = entry.unreadable.count;
+            folder["unreadablePaths"] = nlohmann::json::array();
+            for (const auto& path : entry.unreadable.paths) folder["unreadablePaths"].push_back(displayableUtf8(path));
             object["folders"].push_back(folder);
         }
         if (!report.foldersProblem.empty()) object["foldersProblem"] = report.foldersProblem;
@@ -134,8 +140,8 @@ int StatusCommand::run(bool json, std::ostream& out, std::ostream& err) {
         out << object.dump(2) << "\n";
     } else {
         out << "Vosklin " << vosklinVersion << "\n";
-        out << "Home:      " << displayableUtf8(report.containerRoot) << "\n";
-        out << "Store:     " << displayableUtf8(report.storeRoot);
+        out << "Home:      " << DisplayName::of(report.containerRoot) << "\n";
+        out << "Store:     " << DisplayName::of(report.storeRoot);
         switch (report.storeState) {
             case StatusReport::StoreState::absent:
                 out << " (not created yet: nothing has been recorded)\n";
@@ -157,7 +163,7 @@ int StatusCommand::run(bool json, std::ostream& out, std::ostream& err) {
                 break;
         }
         if (daemon) {
-            out << "Daemon:    running (pid " << daemon->pid << ", listening on " << displayableUtf8(daemon->socketPath)
+            out << "Daemon:    running (pid " << daemon->pid << ", listening on " << DisplayName::of(daemon->socketPath)
                 << " and 127.0.0.1:" << daemon->port << ")";
             if (daemonState.contains("stats")) {
                 const auto& stats = daemonState["stats"];
@@ -167,7 +173,7 @@ int StatusCommand::run(bool json, std::ostream& out, std::ostream& err) {
             out << "\n";
             for (const auto& folder : daemonState.value("folders", nlohmann::json::array()))
                 if (folder.value("degraded", false))
-                    out << "           " << folder.value("path", "")
+                    out << "           " << DisplayName::of(getPath(folder, "path"))
                         << ": inotify watch limit reached, crawled every 5 minutes instead\n";
         } else {
             out << "Daemon:    not running ('vosklin run' records live)\n";
@@ -175,12 +181,18 @@ int StatusCommand::run(bool json, std::ostream& out, std::ostream& err) {
         if (report.folders.empty() && report.foldersProblem.empty())
             out << "Folders:   none watched ('vosklin folder add PATH' adds one)\n";
         for (const auto& entry : report.folders) {
-            out << "Folder:    " << displayableUtf8(entry.folder.path) << "\n           ";
+            out << "Folder:    " << DisplayName::of(entry.folder.path) << "\n           ";
             if (!entry.reachable) out << "unreachable: " << entry.unreachableReason;
             else if (entry.folder.isPaused) out << "paused";
             else out << toString(entry.folder.mode);
             out << "; " << entry.files << " files, " << entry.versions << " versions, "
                 << formatByteCount(entry.logicalBytes) << "\n";
+            if (entry.unreadable.count) {
+                out << "           the last scan could not read " << entry.unreadable.count
+                    << (entry.unreadable.count == 1 ? " item:" : " items, among them:");
+                for (const auto& path : entry.unreadable.paths) out << " " << DisplayName::of(path);
+                out << "\n";
+            }
         }
     }
     if (!report.foldersProblem.empty()) err << "vosklin: " << report.foldersProblem << "\n";
@@ -193,7 +205,10 @@ int StatusCommand::run(bool json, std::ostream& out, std::ostream& err) {
     } else if (report.storeState == StatusReport::StoreState::unavailable) {
         err << "vosklin: the store cannot be opened: " << report.detail << "\n";
     }
-    return usable ? 0 : 1;
+    if (!usable) return 1;
+    for (const auto& entry : report.folders)
+        if (entry.unreadable.count) return exitSomeUnreadable;
+    return 0;
 }
 
 }  // namespace vosklin

@@ -9,6 +9,7 @@
 
 #include "app/AppContext.h"
 #include "bridge/WatchedFolder.h"
+#include "catalog/UnreadableItems.h"
 
 namespace vosklin {
 
@@ -40,6 +41,7 @@ struct StatusReport {
         std::int64_t files = 0;
         std::int64_t versions = 0;
         std::int64_t logicalBytes = 0;
+        UnreadableItems unreadable;  // as the folder's last whole scan found it
     };
     std::vector<Folder> folders;
     std::string foldersProblem;  // the folder list could not be read
@@ -51,8 +53,9 @@ public:
     explicit StatusCommand(AppContext& context);
 
     StatusReport gather();
-    // Prints the report as text or JSON; returns the exit status (non-zero
-    // when the store exists but cannot be used).
+    // Prints the report as text or JSON; returns the exit status: 1 when the
+    // store exists but cannot be used, exitSomeUnreadable when the last scan of
+    // a folder could not read all of it.
     int run(bool json, std::ostream& out, std::ostream& err);
 
 private:

@@ -7,6 +7,7 @@
 #include "app/CommandError.h"
 #include "app/JsonRecords.h"
 #include "app/TerminalOutput.h"
+#include "platform/DisplayName.h"
 #include "platform/FileSystemError.h"
 #include "platform/PathJson.h"
 #include "platform/PathNames.h"
@@ -20,11 +21,11 @@ VersionsCommand::VersionsCommand(AppContext& context, std::ostream& out) : conte
 int VersionsCommand::versions(const std::string& path, bool json) {
     auto found = context_.folders().folderContaining(path);
     if (!found || found->second.empty())
-        throw CommandError(displayableUtf8(path) + " is not inside a watched folder (see 'vosklin folder list')");
+        throw CommandError(DisplayName::of(path) + " is not inside a watched folder (see 'vosklin folder list')");
     const auto& [folder, relative] = *found;
     std::optional<TrackedFile> file;
     if (context_.storeExists()) file = context_.catalog().fileAtPath(folder.id, relative);
-    if (!file) throw CommandError("Vosklin has no history of " + displayableUtf8(path));
+    if (!file) throw CommandError("Vosklin has no history of " + DisplayName::of(path));
     auto versions = context_.catalog().versionsOfFile(file->id, std::numeric_limits<std::int64_t>::max());
     if (json) {
         nlohmann::json object;
@@ -34,7 +35,7 @@ int VersionsCommand::versions(const std::string& path, bool json) {
         out_ << object.dump(2) << "\n";
         return 0;
     }
-    out_ << displayableUtf8(joinPath(folder.path, relative)) << ": " << versions.size()
+    out_ << DisplayName::of(joinPath(folder.path, relative)) << ": " << versions.size()
          << (versions.size() == 1 ? " version" : " versions") << (file->deletedAt ? " (deleted)" : "") << "\n";
     char line[256];
     std::snprintf(line, sizeof line, "%8s  %-19s  %10s  %-10s  %s\n", "VERSION", "CAPTURED", "SIZE", "SOURCE", "");
@@ -67,7 +68,7 @@ int VersionsCommand::cat(const std::string& versionText, const std::optional<std
 
     if (!output) {
         if (isPackage)
-            throw CommandError("Version " + versionText + " is a folder (" + displayableUtf8(version->payloadName) +
+            throw CommandError("Version " + versionText + " is a folder (" + DisplayName::of(version->payloadName) +
                                "); give -o DIRECTORY to receive it");
         stored.streamTo(out_);
         return 0;
@@ -78,7 +79,7 @@ int VersionsCommand::cat(const std::string& versionText, const std::optional<std
         stored.exportTo(cloner, absolutePath(*output));
     } catch (const CloneError& error) {
         if (error.kind() == CloneError::Kind::destinationExists)
-            throw CommandError(displayableUtf8(*output) + " already exists; choose another name");
+            throw CommandError(DisplayName::of(*output) + " already exists; choose another name");
         throw;
     }
     return 0;

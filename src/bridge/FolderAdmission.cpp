@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include "bridge/FolderListError.h"
+#include "platform/DisplayName.h"
 #include "platform/FileSystemError.h"
 #include "platform/PathJson.h"
 #include "platform/PathNames.h"
@@ -17,7 +18,7 @@ bool isSameOrInside(const std::string& path, const std::string& root) {
     return path == root || relativeTo(root, path, relative);
 }
 
-std::string shown(const std::string& path) { return displayableUtf8(path); }
+std::string shown(const std::string& path) { return DisplayName::of(path); }
 
 }  // namespace
 

@@ -6,6 +6,7 @@
 
 #include "bridge/FolderListError.h"
 #include "platform/AtomicFile.h"
+#include "platform/DisplayName.h"
 #include "platform/FileSystemError.h"
 #include "platform/PathJson.h"
 #include "platform/PathNames.h"
@@ -106,7 +107,7 @@ WatchedFolder FolderList::require(const std::string& idOrPath) {
     for (const auto& folder : all)
         if (folder.path == wanted || folder.path == absolute) return folder;
     throw FolderListError(FolderListError::Kind::unknownFolder,
-                          "No watched folder is " + displayableUtf8(idOrPath) + " (see 'vosklin folder list')");
+                          "No watched folder is " + DisplayName::of(idOrPath) + " (see 'vosklin folder list')");
 }
 
 std::optional<std::pair<WatchedFolder, std::string>> FolderList::folderContaining(const std::string& path) {

@@ -588,7 +588,7 @@ SnapshotReport CaptureEngine::snapshot(const WatchedFolder& folder, CrawlCancell
     const CrawlOptions options = CrawlOptions::snapshot();
     auto report = crawler.crawl(folder, "snapshot", cancellation, options);
     return {folder.id, report.captured, report.tombstoned, report.startedAt, *options.batchID, report.failed,
-            report.cancelled};
+            report.cancelled, report.unreadableCount, report.unreadablePaths};
 }
 
 CrawlReport CaptureEngine::scan(const WatchedFolder& folder, CrawlCancellation& cancellation) {

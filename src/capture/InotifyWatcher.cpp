@@ -7,9 +7,11 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <climits>
 #include <chrono>
 #include <cstring>
 
+#include "platform/DisplayName.h"
 #include "platform/FileSystemError.h"
 #include "platform/PathNames.h"
 
@@ -72,7 +74,19 @@ bool InotifyWatcher::isExcluded(const std::string& root, const std::string& path
 }
 
 bool InotifyWatcher::addWatch(const std::string& directory, const std::string& folderID, const std::string& root) {
-    int wd = ::inotify_add_watch(inotify_.get(), directory.c_str(), watchMask);
+    int wd = -1;
+    if (directory.size() < PATH_MAX) {
+        wd = ::inotify_add_watch(inotify_.get(), directory.c_str(), watchMask);
+    } else {
+        // Deeper than a path can name: reach it through directory descriptors and watch what the
+        // descriptor refers to (the kernel follows /proc/self/fd/N to the directory itself).
+        try {
+            UniqueFd opened = fileSystem_.openDirectoryBeneath(directory, "");
+            wd = ::inotify_add_watch(inotify_.get(), descriptorPath(opened.get()).c_str(), watchMask);
+        } catch (const FileSystemError& error) {
+            errno = error.errorNumber();
+        }
+    }
     if (wd < 0) {
         if (errno == ENOSPC) {
             std::lock_guard guard(lock_);
@@ -80,7 +94,7 @@ bool InotifyWatcher::addWatch(const std::string& directory, const std::string& f
             if (!limitLogged_) {
                 limitLogged_ = true;
                 logger_.error("The inotify watch limit (fs.inotify.max_user_watches = " +
-                              readSysctl("/proc/sys/fs/inotify/max_user_watches") + ") is reached; " + directory +
+                              readSysctl("/proc/sys/fs/inotify/max_user_watches") + ") is reached; " + DisplayName::of(directory) +
                               " and other folders are not watched live and will be crawled periodically instead. "
                               "Raise it with: sudo sysctl fs.inotify.max_user_watches=1048576");
             }

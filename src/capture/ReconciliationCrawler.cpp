@@ -3,6 +3,7 @@
 #include <unordered_map>
 #include <unordered_set>
 
+#include "platform/DisplayName.h"
 #include "platform/ErrorText.h"
 #include "platform/FileSystemError.h"
 #include "platform/PathNames.h"
@@ -43,11 +44,22 @@ CrawlReport ReconciliationCrawler::crawl(const WatchedFolder& folder, const std:
                                                                                    : CaptureSource::baseline);
 
     const std::string& subtree = options.subtree;
-    auto units = walker_.walk(subtree.empty() ? folder.path : joinPath(folder.path, subtree),
-                              [&] { return cancellation.isCancelled(); });
-    if (!subtree.empty())
+    auto walk = walker_.walk(subtree.empty() ? folder.path : joinPath(folder.path, subtree),
+                             [&] { return cancellation.isCancelled(); });
+    auto& units = walk.units;
+    if (!subtree.empty()) {
         for (auto& unit : units) unit.relativePath = subtree + "/" + unit.relativePath;
+        for (auto& path : walk.unreadable) path = path == "." ? subtree : subtree + "/" + path;
+    }
     report.examined = std::int64_t(units.size());
+    report.unreadableCount = std::int64_t(walk.unreadable.size());
+    for (const auto& path : walk.unreadable) {
+        if (report.unreadablePaths.size() == unreadablePathsShown) break;
+        report.unreadablePaths.push_back(path);
+    }
+    if (!walk.unreadable.empty())
+        logger_.info("Could not read " + std::to_string(walk.unreadable.size()) + " items in " +
+                        DisplayName::of(folder.path) + ", first " + DisplayName::of(walk.unreadable.front()));
 
     // The folder's rows (in the subtree), read once.
     std::unordered_map<std::string, TrackedFile> byPath;
@@ -71,6 +83,15 @@ CrawlReport ReconciliationCrawler::crawl(const WatchedFolder& folder, const std:
         } catch (const FileSystemError&) {
             return false;
         }
+    };
+
+    // What lies in a folder that could not be read is unknown, not deleted.
+    auto isBelowUnreadable = [&](const std::string& relativePath) {
+        std::string inside;
+        for (const auto& unreadable : walk.unreadable)
+            if (unreadable == "." || unreadable == relativePath || relativeTo(unreadable, relativePath, inside))
+                return true;
+        return false;
     };
 
     std::vector<CaptureRequest> batch;
@@ -142,7 +163,7 @@ CrawlReport ReconciliationCrawler::crawl(const WatchedFolder& folder, const std:
     report.cancelled = cancellation.isCancelled();
     if (!report.cancelled) {
         for (const auto& [path, file] : byPath) {
-            if (file.deletedAt || movedAway.count(file.id) || !isGone(path)) continue;
+            if (file.deletedAt || movedAway.count(file.id) || isBelowUnreadable(path) || !isGone(path)) continue;
             try {
                 catalog_.markDeleted(file.id, clock_.now());
                 ++report.tombstoned;
@@ -156,6 +177,7 @@ CrawlReport ReconciliationCrawler::crawl(const WatchedFolder& folder, const std:
         state.baselineDone = true;
         state.lastCrawlAt = clock_.now();
         catalog_.writeWatchState(state);
+        catalog_.recordUnreadable(folder.id, {report.unreadableCount, report.unreadablePaths});
     }
     report.finishedAt = clock_.now();
     logger_.info("Crawl (" + reason + ") examined " + std::to_string(report.examined) + ", captured " +

@@ -4,6 +4,7 @@
 #include <functional>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "bridge/WatchedFolder.h"
 #include "capture/CaptureService.h"
@@ -26,6 +27,9 @@ struct CrawlReport {
     std::int64_t failed = 0;      // capture failed; logged
     std::int64_t renamed = 0;
     std::int64_t tombstoned = 0;
+    // Folders and items the walk could not read: how many, and the first few (relative paths).
+    std::int64_t unreadableCount = 0;
+    std::vector<std::string> unreadablePaths;
     bool cancelled = false;
     double startedAt = 0;
     double finishedAt = 0;
@@ -45,6 +49,9 @@ struct CrawlOptions {
     // What the user's snapshot is: every unit, source "manual", one fresh batch.
     static CrawlOptions snapshot();
 };
+
+// How many unreadable paths a report names; the count says how many there were.
+inline constexpr std::size_t unreadablePathsShown = 5;
 
 // Brings the catalog in line with a folder as it is on disk: the first pass
 // (baseline), the catch-up after a restart or a dropped event queue, and

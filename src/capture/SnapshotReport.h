@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <string>
+#include <vector>
 
 namespace vosklin {
 
@@ -14,6 +15,8 @@ struct SnapshotReport {
     std::string batchID;
     std::int64_t failed = 0;
     bool cancelled = false;
+    std::int64_t unreadableCount = 0;
+    std::vector<std::string> unreadablePaths;  // the first few, relative to the folder
 };
 
 }  // namespace vosklin

@@ -1,5 +1,7 @@
 #include "catalog/VersionCatalog.h"
 
+#include <sstream>
+
 #include "catalog/CatalogError.h"
 #include "catalog/CatalogMigrations.h"
 #include "platform/PathNames.h"
@@ -769,6 +771,48 @@ void VersionCatalog::writeWatchState(const WatchState& state) {
          boolean(state.baselineDone), optionalValue(state.volumeID)});
 }
 
+namespace {
+
+// Kept in the key-value table as "COUNT HEX HEX...": names are bytes, newlines and all.
+std::string unreadableKey(const std::string& folderID) { return "unreadable:" + folderID; }
+
+}  // namespace
+
+UnreadableItems VersionCatalog::unreadableItems(const std::string& folderID) {
+    Guard guard(lock_);
+    UnreadableItems items;
+    database_.query("SELECT value FROM meta WHERE key = ?", {unreadableKey(folderID)}, [&](const DatabaseRow& row) {
+        std::istringstream words(row.text(0));
+        words >> items.count;
+        for (std::string hex; words >> hex;) {
+            std::string path;
+            for (std::size_t i = 0; i + 1 < hex.size(); i += 2)
+                path += char(std::stoi(hex.substr(i, 2), nullptr, 16));
+            items.paths.push_back(std::move(path));
+        }
+    });
+    return items;
+}
+
+void VersionCatalog::recordUnreadable(const std::string& folderID, const UnreadableItems& items) {
+    Guard guard(lock_);
+    if (items.count == 0) {
+        database_.run("DELETE FROM meta WHERE key = ?", {unreadableKey(folderID)});
+        return;
+    }
+    std::string value = std::to_string(items.count);
+    static const char digits[] = "0123456789abcdef";
+    for (const auto& path : items.paths) {
+        value += ' ';
+        for (unsigned char c : path) {
+            value += digits[c >> 4];
+            value += digits[c & 15];
+        }
+    }
+    database_.run("INSERT INTO meta (key, value) VALUES (?, ?) ON CONFLICT(key) DO UPDATE SET value = excluded.value",
+                  {unreadableKey(folderID), value});
+}
+
 std::vector<std::string> VersionCatalog::forgetFolder(const std::string& folderID) {
     Guard guard(lock_);
     return database_.transaction([&] {
@@ -776,6 +820,7 @@ std::vector<std::string> VersionCatalog::forgetFolder(const std::string& folderI
         database_.run("DELETE FROM versions WHERE file_id IN (SELECT id FROM files WHERE folder_id = ?)", {folderID});
         database_.run("DELETE FROM files WHERE folder_id = ?", {folderID});
         database_.run("DELETE FROM watch_state WHERE folder_id = ?", {folderID});
+        database_.run("DELETE FROM meta WHERE key = ?", {unreadableKey(folderID)});
         database_.run("DELETE FROM moment_marks WHERE folder_id = ?", {folderID});
         database_.run("DELETE FROM file_events WHERE folder_id = ?", {folderID});
         return slots;

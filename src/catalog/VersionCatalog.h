@@ -20,6 +20,7 @@
 #include "catalog/RecentFile.h"
 #include "catalog/StoredVersion.h"
 #include "catalog/TrackedFile.h"
+#include "catalog/UnreadableItems.h"
 #include "catalog/WatchState.h"
 
 namespace vosklin {
@@ -173,6 +174,9 @@ public:
     // --- Watch state --------------------------------------------------------------
     std::optional<WatchState> watchState(const std::string& folderID);
     void writeWatchState(const WatchState& state);
+    // Replaced by each whole walk of the folder; nothing recorded reads as none.
+    UnreadableItems unreadableItems(const std::string& folderID);
+    void recordUnreadable(const std::string& folderID, const UnreadableItems& items);
 
     // Deletes all history of a folder, in one transaction. Returns the slots the
     // caller must remove from the store.

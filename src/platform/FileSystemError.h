@@ -4,13 +4,15 @@
 #include <string>
 #include <system_error>
 
+#include "platform/DisplayName.h"
+
 namespace vosklin {
 
 // A failed system call on a path: which call, which path, and the errno value.
 class FileSystemError : public std::system_error {
 public:
     FileSystemError(int errorNumber, std::string operation, std::string path)
-        : std::system_error(errorNumber, std::generic_category(), operation + " " + path),
+        : std::system_error(errorNumber, std::generic_category(), operation + " " + DisplayName::of(path)),
           errorNumber_(errorNumber),
           operation_(std::move(operation)),
           path_(std::move(path)) {}

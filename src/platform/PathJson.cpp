@@ -3,9 +3,7 @@
 #include <stdexcept>
 
 namespace vosklin {
-namespace {
 
-// Length of the valid UTF-8 sequence starting at `at`, or 0 when it is not one.
 std::size_t validSequenceLength(std::string_view text, std::size_t at) {
     auto byte = [&](std::size_t i) { return static_cast<unsigned char>(text[i]); };
     unsigned char lead = byte(at);
@@ -27,6 +25,8 @@ std::size_t validSequenceLength(std::string_view text, std::size_t at) {
         if (byte(at + i) < 0x80 || byte(at + i) > 0xBF) return 0;
     return length;
 }
+
+namespace {
 
 std::string toHex(std::string_view bytes) {
     static const char digits[] = "0123456789abcdef";

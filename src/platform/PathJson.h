@@ -20,6 +20,8 @@ void putPath(nlohmann::json& object, const std::string& key, const std::string& 
 std::string getPath(const nlohmann::json& object, const std::string& key);
 
 bool isValidUtf8(std::string_view text);
+// Length of the valid UTF-8 sequence starting at `at` (1 to 4), or 0 when it is not one.
+std::size_t validSequenceLength(std::string_view text, std::size_t at);
 // Valid UTF-8 unchanged; each byte that is not part of a valid sequence becomes U+FFFD.
 std::string displayableUtf8(std::string_view text);
 

@@ -13,9 +13,12 @@
 #include <cerrno>
 #include <climits>
 #include <cstdlib>
+#include <deque>
 #include <memory>
+#include <vector>
 
 #include "platform/FileSystemError.h"
+#include "platform/PathNames.h"
 
 namespace vosklin {
 namespace {
@@ -43,11 +46,71 @@ FileStatus fromStat(const struct stat& st) {
 
 bool isAbsent(int error) { return error == ENOENT || error == ENOTDIR; }
 
+// A path handed to an *at() call: the directory it is resolved from and the
+// name within it. A path the kernel would refuse as too long (PATH_MAX counts
+// the whole string) is reached through a chain of directory descriptors, each
+// opened from the last with a piece of the path short enough, so that the depth
+// of a tree never decides whether it can be read or written.
+class AtPath {
+public:
+    explicit AtPath(std::string path) {
+        if (path.size() < PATH_MAX) {
+            name_ = std::move(path);
+            return;
+        }
+        while (path.size() > 1 && path.back() == '/') path.pop_back();
+        const std::size_t slash = path.find_last_of('/');
+        name_ = path.substr(slash + 1);
+        std::string parent = path.substr(0, slash);
+        if (parent.empty()) parent = "/";
+        int from = AT_FDCWD;
+        std::size_t start = 0;
+        while (start < parent.size()) {
+            std::size_t end = parent.size();
+            if (end - start >= PATH_MAX) {
+                end = parent.rfind('/', start + PATH_MAX - 1);
+                if (end == std::string::npos || end <= start) throw FileSystemError(ENAMETOOLONG, "open", path);
+            }
+            std::string piece = parent.substr(start, end - start);
+            if (piece.empty()) piece = "/";
+            const int next = ::openat(from, piece.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
+            if (next < 0) throw FileSystemError(errno, "open", parent.substr(0, end));
+            directory_.reset(next);
+            from = next;
+            start = end + 1;
+        }
+    }
+
+    int at() const { return directory_ ? directory_.get() : AT_FDCWD; }
+    const char* name() const { return name_.c_str(); }
+    // A path naming the same item through /proc, for the calls that have no *at() form.
+    std::string procPath() const {
+        return directory_ ? descriptorPath(directory_.get()) + "/" + name_ : name_;
+    }
+
+private:
+    UniqueFd directory_;
+    std::string name_;
+};
+
+// The AtPath of `path`, or nothing when a parent on the way is missing.
+std::optional<AtPath> reachUnlessAbsent(const std::string& path) {
+    try {
+        return AtPath(path);
+    } catch (const FileSystemError& error) {
+        if (isAbsent(error.errorNumber())) return std::nullopt;
+        throw;
+    }
+}
+
 }  // namespace
 
 std::optional<FileStatus> PosixFileSystem::status(const std::string& path) {
     struct stat st {};
-    if (::stat(path.c_str(), &st) != 0) {
+    const auto reached = reachUnlessAbsent(path);
+    if (!reached) return std::nullopt;
+    const AtPath& at = *reached;
+    if (::fstatat(at.at(), at.name(), &st, 0) != 0) {
         if (isAbsent(errno)) return std::nullopt;
         fail("stat", path);
     }
@@ -56,7 +119,10 @@ std::optional<FileStatus> PosixFileSystem::status(const std::string& path) {
 
 std::optional<FileStatus> PosixFileSystem::linkStatus(const std::string& path) {
     struct stat st {};
-    if (::lstat(path.c_str(), &st) != 0) {
+    const auto reached = reachUnlessAbsent(path);
+    if (!reached) return std::nullopt;
+    const AtPath& at = *reached;
+    if (::fstatat(at.at(), at.name(), &st, AT_SYMLINK_NOFOLLOW) != 0) {
         if (isAbsent(errno)) return std::nullopt;
         fail("lstat", path);
     }
@@ -70,8 +136,14 @@ FileStatus PosixFileSystem::status(int fd) {
 }
 
 std::vector<DirectoryEntry> PosixFileSystem::listDirectory(const std::string& path) {
-    std::unique_ptr<DIR, int (*)(DIR*)> directory(::opendir(path.c_str()), ::closedir);
-    if (!directory) fail("opendir", path);
+    AtPath at(path);
+    const int fd = ::openat(at.at(), at.name(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (fd < 0) fail("opendir", path);
+    std::unique_ptr<DIR, int (*)(DIR*)> directory(::fdopendir(fd), ::closedir);
+    if (!directory) {
+        ::close(fd);
+        fail("opendir", path);
+    }
     std::vector<DirectoryEntry> entries;
     errno = 0;
     while (dirent* entry = ::readdir(directory.get())) {
@@ -93,22 +165,65 @@ std::vector<DirectoryEntry> PosixFileSystem::listDirectory(const std::string& pa
 
 std::string PosixFileSystem::readLink(const std::string& path) {
     std::string target(PATH_MAX, '\0');
-    ssize_t length = ::readlink(path.c_str(), target.data(), target.size());
+    AtPath at(path);
+    ssize_t length = ::readlinkat(at.at(), at.name(), target.data(), target.size());
     if (length < 0) fail("readlink", path);
     target.resize(std::size_t(length));
     return target;
 }
 
 std::string PosixFileSystem::resolvedPath(const std::string& path) {
-    std::unique_ptr<char, void (*)(void*)> resolved(::realpath(path.c_str(), nullptr), std::free);
-    if (!resolved) fail("realpath", path);
-    return resolved.get();
+    if (path.size() < PATH_MAX) {
+        std::unique_ptr<char, void (*)(void*)> resolved(::realpath(path.c_str(), nullptr), std::free);
+        if (!resolved) fail("realpath", path);
+        return resolved.get();
+    }
+    // realpath(3) refuses what is longer than PATH_MAX: resolve it one component at a
+    // time, with the calls above, which reach any depth.
+    std::deque<std::string> pending;
+    auto queue = [&](const std::string& text, bool first) {
+        std::vector<std::string> parts;
+        for (std::size_t start = 0; start <= text.size();) {
+            std::size_t end = text.find('/', start);
+            if (end == std::string::npos) end = text.size();
+            if (end > start) parts.push_back(text.substr(start, end - start));
+            start = end + 1;
+        }
+        if (first) pending.insert(pending.begin(), parts.begin(), parts.end());
+        else pending.insert(pending.end(), parts.begin(), parts.end());
+    };
+    queue(absolutePath(path), false);
+    std::string resolved = "/";
+    int links = 0;
+    while (!pending.empty()) {
+        const std::string component = std::move(pending.front());
+        pending.pop_front();
+        if (component == ".") continue;
+        if (component == "..") {
+            resolved = parentPath(resolved);
+            continue;
+        }
+        const std::string candidate = joinPath(resolved, component);
+        const auto found = linkStatus(candidate);
+        if (!found) throw FileSystemError(ENOENT, "realpath", path);
+        if (found->type != FileType::symlink) {
+            if (!pending.empty() && !found->isDirectory()) throw FileSystemError(ENOTDIR, "realpath", path);
+            resolved = candidate;
+            continue;
+        }
+        if (++links > 40) throw FileSystemError(ELOOP, "realpath", path);
+        const std::string target = readLink(candidate);
+        if (!target.empty() && target.front() == '/') resolved = "/";
+        queue(target, true);
+    }
+    return resolved;
 }
 
 UniqueFd PosixFileSystem::openForReading(const std::string& path) {
     // O_NONBLOCK only for the open itself: a named pipe without a writer (or a
     // device) would otherwise hold the caller in open(2) indefinitely.
-    int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
+    AtPath at(path);
+    int fd = ::openat(at.at(), at.name(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
     if (fd < 0) fail("open", path);
     UniqueFd file(fd);
     const int flags = ::fcntl(fd, F_GETFL);
@@ -117,7 +232,8 @@ UniqueFd PosixFileSystem::openForReading(const std::string& path) {
 }
 
 UniqueFd PosixFileSystem::createExclusive(const std::string& path, mode_t mode) {
-    int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, mode);
+    AtPath at(path);
+    int fd = ::openat(at.at(), at.name(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, mode);
     if (fd < 0) fail("create", path);
     return UniqueFd(fd);
 }
@@ -148,14 +264,16 @@ void PosixFileSystem::syncFile(int fd) {
 }
 
 void PosixFileSystem::syncDirectory(const std::string& path) {
-    int fd = ::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    AtPath at(path);
+    int fd = ::openat(at.at(), at.name(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     if (fd < 0) fail("open", path);
     UniqueFd directory(fd);
     if (::fsync(directory.get()) != 0) fail("fsync", path);
 }
 
 void PosixFileSystem::syncFileSystem(const std::string& path) {
-    int fd = ::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    AtPath at(path);
+    int fd = ::openat(at.at(), at.name(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     if (fd < 0) fail("open", path);
     UniqueFd directory(fd);
     if (::syncfs(directory.get()) != 0) fail("syncfs", path);
@@ -217,7 +335,8 @@ void PosixFileSystem::setTimes(int fd, const timespec& accessed, const timespec&
 
 void PosixFileSystem::setLinkTimes(const std::string& path, const timespec& accessed, const timespec& modified) {
     const timespec times[2] = {accessed, modified};
-    if (::utimensat(AT_FDCWD, path.c_str(), times, AT_SYMLINK_NOFOLLOW) != 0) fail("utimensat", path);
+    AtPath at(path);
+    if (::utimensat(at.at(), at.name(), times, AT_SYMLINK_NOFOLLOW) != 0) fail("utimensat", path);
 }
 
 std::vector<std::string> PosixFileSystem::attributeNames(int fd) {
@@ -269,14 +388,17 @@ void PosixFileSystem::setAttribute(int fd, const std::string& name, std::string_
 }
 
 std::optional<std::string> PosixFileSystem::linkAttribute(const std::string& path, const std::string& name) {
+    const auto at = reachUnlessAbsent(path);
+    if (!at) return std::nullopt;
+    const std::string reachable = at->procPath();
     for (;;) {
-        ssize_t size = ::lgetxattr(path.c_str(), name.c_str(), nullptr, 0);
+        ssize_t size = ::lgetxattr(reachable.c_str(), name.c_str(), nullptr, 0);
         if (size < 0) {
             if (errno == ENODATA || errno == ENOTSUP || isAbsent(errno)) return std::nullopt;
             fail("lgetxattr", path);
         }
         std::string value(std::size_t(size), '\0');
-        ssize_t got = ::lgetxattr(path.c_str(), name.c_str(), value.data(), value.size());
+        ssize_t got = ::lgetxattr(reachable.c_str(), name.c_str(), value.data(), value.size());
         if (got < 0) {
             if (errno == ERANGE) continue;
             if (errno == ENODATA || isAbsent(errno)) return std::nullopt;
@@ -288,34 +410,41 @@ std::optional<std::string> PosixFileSystem::linkAttribute(const std::string& pat
 }
 
 bool PosixFileSystem::makeDirectory(const std::string& path, mode_t mode) {
-    if (::mkdir(path.c_str(), mode) == 0) return true;
+    AtPath at(path);
+    if (::mkdirat(at.at(), at.name(), mode) == 0) return true;
     if (errno == EEXIST) return false;
     fail("mkdir", path);
 }
 
 void PosixFileSystem::makeSymlink(const std::string& target, const std::string& path) {
-    if (::symlink(target.c_str(), path.c_str()) != 0) fail("symlink", path);
+    AtPath at(path);
+    if (::symlinkat(target.c_str(), at.at(), at.name()) != 0) fail("symlink", path);
 }
 
 void PosixFileSystem::rename(const std::string& from, const std::string& to) {
-    if (::rename(from.c_str(), to.c_str()) != 0) fail("rename", from + " -> " + to);
+    AtPath source(from), destination(to);
+    if (::renameat(source.at(), source.name(), destination.at(), destination.name()) != 0) fail("rename", from + " -> " + to);
 }
 
 void PosixFileSystem::exchange(const std::string& first, const std::string& second) {
-    if (::renameat2(AT_FDCWD, first.c_str(), AT_FDCWD, second.c_str(), RENAME_EXCHANGE) != 0)
+    AtPath one(first), other(second);
+    if (::renameat2(one.at(), one.name(), other.at(), other.name(), RENAME_EXCHANGE) != 0)
         fail("exchange", first + " <-> " + second);
 }
 
 void PosixFileSystem::removeFile(const std::string& path) {
-    if (::unlink(path.c_str()) != 0) fail("unlink", path);
+    AtPath at(path);
+    if (::unlinkat(at.at(), at.name(), 0) != 0) fail("unlink", path);
 }
 
 void PosixFileSystem::removeDirectory(const std::string& path) {
-    if (::rmdir(path.c_str()) != 0) fail("rmdir", path);
+    AtPath at(path);
+    if (::unlinkat(at.at(), at.name(), AT_REMOVEDIR) != 0) fail("rmdir", path);
 }
 
 UniqueFd PosixFileSystem::openDirectoryBeneath(const std::string& root, const std::string& relative) {
-    int fd = ::open(root.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    AtPath at(root);
+    int fd = ::openat(at.at(), at.name(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     if (fd < 0) fail("open", root);
     UniqueFd current(fd);
     std::string walked = root;

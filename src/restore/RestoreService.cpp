@@ -5,6 +5,7 @@
 #include <algorithm>
 
 #include "bridge/FolderAccess.h"
+#include "platform/DisplayName.h"
 #include "platform/ErrorText.h"
 #include "platform/FileSystemError.h"
 #include "platform/PathJson.h"
@@ -53,7 +54,7 @@ RestoreReport RestoreService::restore(std::int64_t versionID, RestoreMode mode) 
         throw RestoreError(Kind::failed, "The folder of this version is no longer watched", ENOENT);
     }
     auto reach = FolderAccess(c_.fileSystem).check(folder);
-    if (!reach.reachable) throw RestoreError(Kind::failed, displayableUtf8(folder.path) + " " + reach.reason, ENOENT);
+    if (!reach.reachable) throw RestoreError(Kind::failed, DisplayName::of(folder.path) + " " + reach.reason, ENOENT);
     const std::string payload = c_.layout.payloadPath(version->slot, version->payloadName);
     if (!c_.fileSystem.linkStatus(payload))
         throw RestoreError(Kind::payloadMissing, "The stored copy of version " + std::to_string(versionID) + " is gone");
@@ -77,7 +78,7 @@ RestoreReport RestoreService::restore(std::int64_t versionID, RestoreMode mode) 
         if (FolderAccess(c_.fileSystem).check(watched).reachable) granted.push_back(watched.path);
     if (auto violation = RestorePathPolicy(c_.fileSystem).check(payload, destination, c_.layout.root(), granted))
         throw RestoreError(Kind::blockedBySafetyPolicy,
-                           "Refused to write " + displayableUtf8(destination) + " (" + std::string(toString(*violation)) +
+                           "Refused to write " + DisplayName::of(destination) + " (" + std::string(toString(*violation)) +
                                ")",
                            0, *violation);
 
@@ -131,7 +132,7 @@ RestoreReport RestoreService::restorePrevious(const std::string& folderID, const
     if (versions.size() < 2)
         throw RestoreError(RestoreError::Kind::noPrevious,
                            StringTable::text("history.restore.error.noPrevious %@",
-                                             {displayableUtf8(lastComponent(relativePath))}));
+                                             {DisplayName::of(lastComponent(relativePath))}));
     return restore(versions[1].id, RestoreMode::replaceInPlace);
 }
 

@@ -7,6 +7,7 @@
 
 #include "bridge/FolderAccess.h"
 #include "capture/FolderWalker.h"
+#include "platform/DisplayName.h"
 #include "platform/ErrorText.h"
 #include "platform/FileSystemError.h"
 #include "platform/PathJson.h"
@@ -33,14 +34,19 @@ RewindService::RewindService(RestoreService::Collaborators collaborators, Exclud
 
 RewindPlan RewindService::plan(const WatchedFolder& folder, double target) {
     auto reach = FolderAccess(c_.fileSystem).check(folder);
-    if (!reach.reachable) throw RewindError(RewindError::Kind::folderUnreadable, displayableUtf8(folder.path) + " " + reach.reason);
+    if (!reach.reachable) throw RewindError(RewindError::Kind::folderUnreadable, DisplayName::of(folder.path) + " " + reach.reason);
     const auto states = c_.catalog.stateAt(folder.id, target);
     std::unordered_map<std::string, TrackedFile> rows;
     for (auto& file : c_.catalog.files(folder.id, true)) rows.emplace(file.relativePath, std::move(file));
     const auto newest = c_.catalog.newestVersionSummaries(folder.id);
     PayloadDigest digests(c_.fileSystem);
     std::vector<RewindPlan::LiveFile> live;
-    for (const auto& unit : FolderWalker(c_.fileSystem, excludes_, packages_).walk(folder.path)) {
+    const FolderWalk walk = FolderWalker(c_.fileSystem, excludes_, packages_).walk(folder.path);
+    // A plan over a folder partly unseen would bring back what is still there, or remove what is not.
+    if (!walk.unreadable.empty())
+        throw RewindError(RewindError::Kind::folderUnreadable,
+                          DisplayName::of(joinPath(folder.path, walk.unreadable.front())) + " could not be read");
+    for (const auto& unit : walk.units) {
         RewindPlan::LiveFile file{unit.relativePath, unit.size, std::nullopt, unit.modifiedAt, unit.isPackage};
         // The catalog's digest holds while the file is what its newest version saw: same
         // inode and size, not modified since. Otherwise the bytes on disk decide.
@@ -80,7 +86,7 @@ bool canBeKept(const FileStatus& standing, const RewindPlan::Step& step) {
 
 std::string inTheWay(const std::string& destination, const FileStatus& standing) {
     const char* what = standing.isDirectory() ? "a folder" : standing.isSymlink() ? "a symbolic link" : "a special file";
-    return displayableUtf8(destination) + ": " + what + " stands there; it is left as it is";
+    return DisplayName::of(destination) + ": " + what + " stands there; it is left as it is";
 }
 
 }  // namespace
@@ -103,13 +109,13 @@ RewindReport RewindService::rewind(const WatchedFolder& folder, const RewindPlan
             if (version) item.payload = c_.layout.payloadPath(version->slot, version->payloadName);
             if (!version || !c_.fileSystem.linkStatus(item.payload))
                 throw RewindError(RewindError::Kind::payloadMissing,
-                                  "The stored copy of " + displayableUtf8(step.relativePath) + " is gone");
+                                  "The stored copy of " + DisplayName::of(step.relativePath) + " is gone");
             item.scratchName = SafePlacement::makeScratchName();
             item.stored.emplace(c_.fileSystem, c_.layout, *version, step.isPackage);
         }
         if (auto violation = policy.check(item.payload, item.destination, c_.layout.root(), granted))
             throw RewindError(RewindError::Kind::blockedBySafetyPolicy,
-                              "Refused to write " + displayableUtf8(item.destination) + " (" +
+                              "Refused to write " + DisplayName::of(item.destination) + " (" +
                                   std::string(toString(*violation)) + ")");
         resolved.push_back(std::move(item));
     }
@@ -145,7 +151,7 @@ RewindReport RewindService::rewind(const WatchedFolder& folder, const RewindPlan
         const std::string why = result.error ? describe(result.error)
                                              : "skipped as " + std::string(toString(result.outcome->skipReason));
         c_.logger.error("Capture failed: " + why);
-        throw RewindError(RewindError::Kind::captureFailed, displayableUtf8(result.request.unit) + ": " + why);
+        throw RewindError(RewindError::Kind::captureFailed, DisplayName::of(result.request.unit) + ": " + why);
     }
     for (const auto& [step, why] : blocked) failPath(report, *step, why);
     // A file gone from the folder that the catalog still thinks present (deleted while nothing

@@ -4,6 +4,7 @@
 #include <set>
 
 #include "catalog/VersionCatalog.h"
+#include "platform/DisplayName.h"
 #include "platform/FileSystemError.h"
 #include "platform/PathJson.h"
 #include "platform/PathNames.h"
@@ -67,7 +68,7 @@ CatalogRebuilder::Report CatalogRebuilder::rebuild(const Progress& progress) {
         // The payload is where the sidecar says, whatever the source was called.
         auto payload = fileSystem_.linkStatus(layout_.payloadPath(slot, version.sidecar.payloadName));
         if (!payload) {
-            skip(slot, "the payload " + displayableUtf8(version.sidecar.payloadName) + " is missing");
+            skip(slot, "the payload " + DisplayName::of(version.sidecar.payloadName) + " is missing");
             continue;
         }
         version.isPackage = payload->isDirectory();
@@ -80,7 +81,7 @@ CatalogRebuilder::Report CatalogRebuilder::rebuild(const Progress& progress) {
             }
         }
         if (version.folderID.empty()) {
-            skip(slot, "it was taken from " + displayableUtf8(version.sidecar.originalPath) +
+            skip(slot, "it was taken from " + DisplayName::of(version.sidecar.originalPath) +
                            ", which is in no watched folder");
             continue;
         }
@@ -113,7 +114,7 @@ CatalogRebuilder::Report CatalogRebuilder::rebuild(const Progress& progress) {
             if (!taken.count({newest.folderID, (*it)->relativePath})) path = (*it)->relativePath;
         if (!path) {
             for (const auto* version : kept)
-                skip(version->slot, "its path " + displayableUtf8(newest.relativePath) +
+                skip(version->slot, "its path " + DisplayName::of(newest.relativePath) +
                                         " belongs to a file written later");
             continue;
         }

@@ -2,6 +2,7 @@
 
 #include <set>
 
+#include "platform/DisplayName.h"
 #include "platform/FileSystemError.h"
 #include "platform/Instant.h"
 #include "platform/PathJson.h"
@@ -25,8 +26,8 @@ void compare(const StoredVersion& version, const std::string& field, const std::
              const std::string& inCatalog, std::vector<StoreProblem>& problems) {
     if (inSidecar == inCatalog) return;
     StoreProblem found = problem(StoreProblem::Kind::sidecarDisagrees, version,
-                                 "the sidecar's " + field + " is " + displayableUtf8(inSidecar) +
-                                     ", the catalog's " + displayableUtf8(inCatalog));
+                                 "the sidecar's " + field + " is " + DisplayName::of(inSidecar) +
+                                     ", the catalog's " + DisplayName::of(inCatalog));
     found.field = field;
     problems.push_back(std::move(found));
 }
@@ -81,7 +82,7 @@ void StoreChecker::checkVersion(const PlacedVersion& placed, bool readData, std:
     auto payloadStatus = fileSystem_.linkStatus(payload);
     if (!payloadStatus) {
         problems.push_back(problem(StoreProblem::Kind::payloadMissing, version,
-                                   "the payload " + displayableUtf8(version.payloadName) + " is missing"));
+                                   "the payload " + DisplayName::of(version.payloadName) + " is missing"));
     } else {
         const bool isPackage = payloadStatus->isDirectory();
         try {

@@ -1,11 +1,65 @@
 #include <gtest/gtest.h>
 
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <memory>
+
+#include "platform/DisplayName.h"
 #include "platform/Instant.h"
 #include "platform/PathJson.h"
 #include "platform/PathNames.h"
 
 namespace vosklin {
 namespace {
+
+struct ShownName {
+    const char* label;
+    std::string name;
+    std::string shown;
+};
+
+// What bash makes of `text` as one word: the quoted form must give the name's bytes back.
+std::string shellWord(const std::string& text) {
+    char script[] = "/tmp/vosklin-word-XXXXXX";
+    const int fd = ::mkstemp(script);
+    const std::string command = "printf %s " + text;
+    if (fd < 0 || ::write(fd, command.data(), command.size()) != ssize_t(command.size())) return "(no script)";
+    ::close(fd);
+    std::unique_ptr<FILE, int (*)(FILE*)> pipe(::popen(("bash " + std::string(script)).c_str(), "r"), ::pclose);
+    std::string bytes;
+    char buffer[512];
+    while (std::size_t got = std::fread(buffer, 1, sizeof buffer, pipe.get())) bytes.append(buffer, got);
+    pipe.reset();
+    ::unlink(script);
+    return bytes;
+}
+
+TEST(DisplayNameTest, ControlBytesAndInvalidUtf8AreQuotedAsTheShellReadsThemBack) {
+    const ShownName cases[] = {
+        {"plain", "notes.txt", "notes.txt"},
+        {"spacesAndQuotesStayReadable", "it's a \\ \"name\"", "it's a \\ \"name\""},
+        {"utf8", "caf\xC3\xA9 \xE6\x97\xA5", "caf\xC3\xA9 \xE6\x97\xA5"},
+        {"leadingDash", "-rf", "-rf"},
+        {"escapeSequence", "a\033[2Kb", "$'a\\033[2Kb'"},
+        {"newline", "line\nbreak", "$'line\\nbreak'"},
+        {"tabAndReturn", "t\tab\r", "$'t\\tab\\r'"},
+        {"deleteAndBell", "x\x7F\a", "$'x\\177\\a'"},
+        {"quoteAndBackslashBesideAControl", "q'\\\x01", "$'q\\'\\\\\\001'"},
+        {"invalidUtf8", "\xFF\xFElatin", "$'\\377\\376latin'"},
+        {"truncatedSequence", "ab\xE6\x97", "$'ab\\346\\227'"},
+        {"c1Control", "csi\xC2\x9B" "2J", "$'csi\\302\\2332J'"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.label);
+        EXPECT_EQ(DisplayName::of(c.name), c.shown);
+        EXPECT_EQ(DisplayName::needsQuoting(c.name), c.name != c.shown);
+        if (c.name != c.shown) {
+            EXPECT_EQ(shellWord(c.shown), c.name);
+        }
+    }
+}
 
 TEST(PathNamesTest, ComponentsParentsAndExtensions) {
     EXPECT_EQ(joinPath("/a/", "/b"), "/a/b");

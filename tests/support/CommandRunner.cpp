@@ -14,7 +14,8 @@
 namespace vosklin::test {
 
 CommandResult runVosklin(const std::vector<std::string>& arguments,
-                         const std::map<std::string, std::string>& environment) {
+                         const std::map<std::string, std::string>& environment,
+                         const std::vector<std::string>& launcher) {
     TempDirectory capture;
     const std::string outPath = capture / "out", errPath = capture / "err";
     pid_t child = ::fork();
@@ -30,11 +31,12 @@ CommandResult runVosklin(const std::vector<std::string>& arguments,
         for (const auto& [name, value] : environment) ::setenv(name.c_str(), value.c_str(), 1);
         std::vector<char*> argv;
         std::string binary = VOSKLIN_BINARY;
-        argv.push_back(binary.data());
-        std::vector<std::string> copies = arguments;
+        std::vector<std::string> copies = launcher;
+        copies.push_back(binary);
+        copies.insert(copies.end(), arguments.begin(), arguments.end());
         for (auto& argument : copies) argv.push_back(argument.data());
         argv.push_back(nullptr);
-        ::execv(binary.c_str(), argv.data());
+        ::execv(argv.front(), argv.data());
         ::_exit(127);
     }
     int status = 0;

@@ -14,9 +14,11 @@ struct CommandResult {
 };
 
 // Runs the built `vosklin` binary with `arguments`, and the extra environment
-// variables given, and collects what it printed.
+// variables given, and collects what it printed. A `launcher` (a program and
+// its arguments, such as setpriv dropping to another user) runs the binary.
 CommandResult runVosklin(const std::vector<std::string>& arguments,
-                         const std::map<std::string, std::string>& environment = {});
+                         const std::map<std::string, std::string>& environment = {},
+                         const std::vector<std::string>& launcher = {});
 
 // Runs `vosklin --home HOME ...`; `json` runs a command that must succeed with
 // --json and parses its output (a failure or non-JSON output fails the test).
