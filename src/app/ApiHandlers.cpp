@@ -35,8 +35,9 @@ WatchedFolder ApiHandlers::folderOf(const nlohmann::json& request, bool mustBeRe
 nlohmann::json ApiHandlers::mark(const nlohmann::json& request, bool naming) {
     WatchedFolder folder = folderOf(request, false);
     const std::string momentText = request.value("moment", "");
-    auto instant = parseUserInstant(momentText);
-    if (!instant) throw ApiError(400, "'" + momentText + "' is not an instant; use the form 'vosklin history' prints");
+    const auto reading = readUserInstant(momentText);
+    if (!reading.instant) throw ApiError(400, userInstantRefusal(momentText, reading));
+    const auto instant = reading.instant;
     FolderHistory history;
     if (context_.storeExists()) history = FolderHistory::load(context_.catalog(), folder.id);
     auto moment = history.momentAt(*instant);
@@ -97,7 +98,9 @@ nlohmann::json ApiHandlers::rewind(const nlohmann::json& request) {
     if (request.contains("target") && request["target"].is_number()) {
         target = request["target"].get<double>();
     } else if (request.contains("target") && request["target"].is_string()) {
-        target = parseUserInstant(request["target"].get<std::string>());
+        const auto reading = readUserInstant(request["target"].get<std::string>());
+        if (!reading.instant) throw ApiError(400, userInstantRefusal(request["target"].get<std::string>(), reading));
+        target = reading.instant;
         if (target && context_.storeExists())
             target = FolderHistory::load(context_.catalog(), folder.id).stateInstant(*target);
     }

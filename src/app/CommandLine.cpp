@@ -20,6 +20,8 @@
 #include "app/VosklinVersion.h"
 #include "catalog/CatalogError.h"
 #include "catalog/Database.h"
+#include "platform/DiskFull.h"
+#include "platform/FileSystemError.h"
 
 namespace vosklin {
 
@@ -267,6 +269,10 @@ int CommandLine::run(int argc, char** argv) {
             err_ << "vosklin: " << CatalogError::damaged(error.message()).what() << "\n";
         else
             err_ << "vosklin: " << error.what() << "\n";
+        return 1;
+    } catch (const FileSystemError& error) {
+        if (isDiskFullError(error.errorNumber())) err_ << "vosklin: " << diskFullMessage(error.path()) << "\n";
+        else err_ << "vosklin: " << error.what() << "\n";
         return 1;
     } catch (const std::exception& error) {
         err_ << "vosklin: " << error.what() << "\n";

@@ -94,6 +94,8 @@ private:
         std::optional<StoredPayload> stored;  // what a write puts back, checked once staged
     };
     void failPath(RewindReport& report, const RewindPlan::Step& step, const std::string& why);
+    // Whether what stands at `path` has the content `digest` names (file or package).
+    bool isWrittenAs(const std::string& path, const FileStatus& standing, const std::string& digest);
     // Removes the scratch items still in the folder; false when one could not be removed.
     bool removeScratch(const WatchedFolder& folder, const std::vector<ResolvedStep>& resolved);
 
