@@ -86,8 +86,8 @@ ByteCountReading readByteCount(const std::string& text) {
     const std::string unit = text.substr(at);
     const auto factor = unitFactor(unit);
     if (!factor) {
-        if (!unit.empty() && (isDigit(unit[0]) || unit[0] == '.' || unit[0] == ' '))
-            return refused("is not one number");
+        if (!unit.empty() && unit[0] == ' ') return refused("has more than one space before its unit");
+        if (!unit.empty() && (isDigit(unit[0]) || unit[0] == '.')) return refused("is not one number");
         return refused("has no unit '" + unit + "' (use B, kB, MB, GB, TB, KiB, MiB, GiB or TiB)");
     }
     const char* tooLarge = "is more bytes than can be counted (at most 9.2 EB)";
