@@ -19,7 +19,11 @@ namespace vosklin {
 
 std::string RestoreError::textKey() const {
     switch (kind_) {
-        case Kind::blockedBySafetyPolicy: return "history.restore.error.blocked";
+        case Kind::blockedBySafetyPolicy:
+            // Refused for where its bytes would come from, not where they would go.
+            if (violation_ == RestorePathPolicy::Violation::payloadOutsideStore)
+                return "history.restore.error.payloadOutsideStore";
+            return "history.restore.error.blocked";
         case Kind::failed: return "history.restore.error.failed";
         case Kind::versionNotFound:
         case Kind::fileNotFound: return "history.restore.error.missing";

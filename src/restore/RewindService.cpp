@@ -20,6 +20,7 @@ namespace vosklin {
 std::string RewindError::textKey() const {
     switch (kind_) {
         case Kind::blockedBySafetyPolicy: return "rewind.error.blocked";
+        case Kind::payloadOutsideStore: return "rewind.error.payloadOutsideStore";
         case Kind::payloadMissing: return "rewind.error.payloadGone";
         case Kind::nothingToDo: return "rewind.error.nothingToDo";
         case Kind::folderUnreadable: return "rewind.error.folderUnreadable";
@@ -111,7 +112,7 @@ RewindReport RewindService::rewind(const WatchedFolder& folder, const RewindPlan
                 item.payload = item.stored->locate();
             } catch (const StoredPayloadError& error) {
                 if (error.kind() == StoredPayloadError::Kind::missing) throw gone();
-                throw RewindError(RewindError::Kind::blockedBySafetyPolicy, error.what());
+                throw RewindError(RewindError::Kind::payloadOutsideStore, error.what());
             }
             item.scratchName = SafePlacement::makeScratchName();
         }

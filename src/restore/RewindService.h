@@ -22,7 +22,14 @@ class RewindError : public std::runtime_error {
 public:
     // `captureFailed`: what the rewind would overwrite or remove could not be
     // kept first, so it stopped before writing anything.
-    enum class Kind { blockedBySafetyPolicy, payloadMissing, nothingToDo, folderUnreadable, captureFailed };
+    enum class Kind {
+        blockedBySafetyPolicy,  // a destination outside the watched folder
+        payloadOutsideStore,    // a stored copy the catalog places outside the store
+        payloadMissing,
+        nothingToDo,
+        folderUnreadable,
+        captureFailed,
+    };
     RewindError(Kind kind, const std::string& message) : std::runtime_error(message), kind_(kind) {}
     Kind kind() const { return kind_; }
     // The key of the user-facing text ("rewind.error.*").

@@ -112,6 +112,16 @@ TEST_F(HistoryCommandsTest, ImpossibleInstantsAreRefusedByEveryCommandThatTakesO
             test::expectRefused(result, because);
         }
     }
+    // A local time the clocks skipped (Berlin went from 02:00 to 03:00 that night) is not moved to 03:30.
+    if (fs::exists("/usr/share/zoneinfo/Europe/Berlin")) {
+        const auto skipped = test::runVosklin({"--home", home.path(), "show", root, "--at", "2025-03-30 02:30"},
+                                              {{"TZ", "Europe/Berlin"}});
+        test::expectRefused(skipped, "'2025-03-30 02:30' is not an instant: it is a local time that does not exist");
+        EXPECT_EQ(test::runVosklin({"--home", home.path(), "show", root, "--at", "2025-03-30 03:30"},
+                                   {{"TZ", "Europe/Berlin"}})
+                      .exitStatus,
+                  0);
+    }
     EXPECT_EQ(test::readFile(root + "/a.txt"), "changed since");
     EXPECT_TRUE(stack.catalog.marks(folder.id).empty()) << "nothing named";
 }

@@ -138,14 +138,18 @@ TEST_P(PayloadOutsideStoreTest, IsRefusedByEveryReadNamingTheVersionAndItsRecord
     const std::string id = std::to_string(version.id);
     for (const std::vector<std::string>& arguments :
          {std::vector<std::string>{"cat", id}, std::vector<std::string>{"diff", id, root + "/notes.txt"},
-          std::vector<std::string>{"restore", id}}) {
+          std::vector<std::string>{"restore", id}, std::vector<std::string>{"rewind", root, newestMoment(), "--yes"}}) {
         auto result = vosklin(arguments);
         EXPECT_EQ(result.exitStatus, 1) << arguments[0] << ": " << result.out;
         EXPECT_NE(result.err.find("version " + id + " is recorded outside the store (as "), std::string::npos)
             << arguments[0] << ": " << result.err;
-        EXPECT_EQ(result.out.find("as it was"), std::string::npos) << arguments[0] << ": " << result.out;
+        EXPECT_EQ(result.err.find("will not write there"), std::string::npos) << "not the destination's fault";
+        if (arguments[0] != "rewind") {  // whose plan is printed first, "put back as it was"
+            EXPECT_EQ(result.out.find("as it was"), std::string::npos) << arguments[0] << ": " << result.out;
+        }
     }
     EXPECT_EQ(std::distance(fs::directory_iterator(root), fs::directory_iterator()), 1) << "nothing restored beside";
+    EXPECT_EQ(test::readFile(root + "/notes.txt"), "as it is now\n") << "nothing rewound";
 }
 
 INSTANTIATE_TEST_SUITE_P(
