@@ -55,7 +55,8 @@ public:
         // An existing database, for reading only. Where the WAL index cannot be
         // set up in its -shm file (the disk is full), SQLite is asked to keep it
         // in memory instead; the -shm, made empty when it is missing (a name,
-        // no data), is then only read. Open fails with DatabaseError::open.
+        // no data), is then only read. Opening reads the schema version once, so
+        // a catalog that cannot be read fails here, as DatabaseError.
         readOnly,
     };
 
