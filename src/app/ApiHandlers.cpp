@@ -37,8 +37,9 @@ WatchedFolder ApiHandlers::folderOf(const ApiRequest& request, bool mustBeReacha
 nlohmann::json ApiHandlers::mark(const ApiRequest& request, bool naming) {
     WatchedFolder folder = folderOf(request, false);
     const std::string momentText = request.text("moment").value_or("");
-    auto instant = parseUserInstant(momentText);
-    if (!instant) throw ApiError(400, "'" + momentText + "' is not an instant; use the form 'vosklin history' prints");
+    const auto reading = readUserInstant(momentText);
+    if (!reading.instant) throw ApiError(400, userInstantRefusal(momentText, reading));
+    const auto instant = reading.instant;
     FolderHistory history;
     if (context_.storeExists()) history = FolderHistory::load(context_.catalog(), folder.id);
     auto moment = history.momentAt(*instant);
@@ -98,7 +99,10 @@ nlohmann::json ApiHandlers::rewind(const ApiRequest& request) {
     // state must be read at (a hair earlier would miss the moment's own versions).
     std::optional<double> target;
     if (request.has("target") && request.json()["target"].is_string()) {
-        target = parseUserInstant(*request.text("target"));
+        const std::string text = *request.text("target");
+        const auto reading = readUserInstant(text);
+        if (!reading.instant) throw ApiError(400, userInstantRefusal(text, reading));
+        target = reading.instant;
         if (target && context_.storeExists())
             target = FolderHistory::load(context_.catalog(), folder.id).stateInstant(*target);
     } else {

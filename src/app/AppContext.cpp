@@ -1,6 +1,7 @@
 #include "app/AppContext.h"
 
 #include "catalog/CatalogError.h"
+#include "catalog/CatalogMigrations.h"
 #include "platform/PathNames.h"
 #include "store/StoreSlots.h"
 
@@ -45,6 +46,23 @@ VersionCatalog& AppContext::catalog() {
         }
     }
     return *catalog_;
+}
+
+VersionCatalog& AppContext::readCatalog() {
+    if (catalog_) return *catalog_;
+    if (!readCatalog_) {
+        if (auto damage = catalogDamage()) throw CatalogError::damaged(*damage);
+        if (!fileSystem_.status(layout_.databasePath())) return catalog();
+        try {
+            auto opened = std::make_unique<VersionCatalog>(layout_.databasePath(), Database::Access::readOnly);
+            if (opened->schemaVersion() < CatalogMigrations::currentVersion) return catalog();
+            readCatalog_ = std::move(opened);
+        } catch (const DatabaseError& error) {
+            if (Database::isDamageCode(error.code())) throw CatalogError::damaged(error.message());
+            throw;
+        }
+    }
+    return *readCatalog_;
 }
 
 ExcludeRules AppContext::excludeRules() {

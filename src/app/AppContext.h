@@ -51,6 +51,10 @@ public:
     // Opens (creating and migrating as needed) the catalog. A damaged catalog is
     // never replaced: CatalogError::damaged, whose message says how to rebuild it.
     VersionCatalog& catalog();
+    // The catalog for a command that only reads: opened read-only, so that it works on
+    // a full disk (and writes nothing there). An older catalog is migrated first, through
+    // catalog(); a missing one is made by catalog() too. Its writes fail.
+    VersionCatalog& readCatalog();
     CaptureService& captureService();
     PayloadCloner& cloner();
     RestoreService& restoreService();
@@ -69,6 +73,7 @@ private:
     FolderList folders_;
     VersionStoreLayout layout_;
     std::unique_ptr<VersionCatalog> catalog_;
+    std::unique_ptr<VersionCatalog> readCatalog_;
     std::unique_ptr<PayloadCloner> cloner_;
     std::unique_ptr<PayloadDigest> digest_;
     std::unique_ptr<PayloadWriter> writer_;

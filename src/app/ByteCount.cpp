@@ -1,11 +1,43 @@
 #include "app/ByteCount.h"
 
-#include <cctype>
-#include <cmath>
 #include <cstdio>
-#include <cstdlib>
+#include <limits>
+#include <utility>
 
 namespace vosklin {
+namespace {
+
+__extension__ using Wide = __int128;  // exact products of a count and a unit
+
+constexpr std::int64_t largest = std::numeric_limits<std::int64_t>::max();
+
+bool isDigit(char c) { return c >= '0' && c <= '9'; }
+
+char lower(char c) { return c >= 'A' && c <= 'Z' ? char(c - 'A' + 'a') : c; }
+
+std::optional<std::int64_t> unitFactor(const std::string& unit) {
+    std::string name;
+    for (char c : unit) name += lower(c);
+    static const std::pair<const char*, std::int64_t> units[] = {
+        {"", 1},
+        {"b", 1},
+        {"kb", 1'000},
+        {"mb", 1'000'000},
+        {"gb", 1'000'000'000},
+        {"tb", 1'000'000'000'000},
+        {"kib", std::int64_t(1) << 10},
+        {"mib", std::int64_t(1) << 20},
+        {"gib", std::int64_t(1) << 30},
+        {"tib", std::int64_t(1) << 40},
+    };
+    for (const auto& [known, factor] : units)
+        if (name == known) return factor;
+    return std::nullopt;
+}
+
+ByteCountReading refused(std::string problem) { return {std::nullopt, std::move(problem)}; }
+
+}  // namespace
 
 std::string formatByteCount(std::int64_t bytes) {
     if (bytes == 1) return "1 byte";
@@ -23,22 +55,50 @@ std::string formatByteCount(std::int64_t bytes) {
     return text;
 }
 
-std::optional<std::int64_t> parseByteCount(const std::string& text) {
-    const char* start = text.c_str();
-    char* end = nullptr;
-    double value = std::strtod(start, &end);
-    if (end == start || value < 0 || !std::isfinite(value)) return std::nullopt;
-    std::string unit;
-    for (const char* c = end; *c; ++c)
-        if (!std::isspace(static_cast<unsigned char>(*c))) unit += char(std::tolower(static_cast<unsigned char>(*c)));
-    static const std::pair<const char*, double> units[] = {
-        {"", 1},           {"b", 1},          {"k", 1e3},         {"kb", 1e3},         {"m", 1e6},
-        {"mb", 1e6},       {"g", 1e9},        {"gb", 1e9},        {"t", 1e12},         {"tb", 1e12},
-        {"kib", 1024.0},   {"mib", 1048576.0}, {"gib", 1073741824.0}, {"tib", 1099511627776.0},
-    };
-    for (const auto& [name, factor] : units)
-        if (unit == name) return std::int64_t(std::llround(value * factor));
-    return std::nullopt;
+ByteCountReading readByteCount(const std::string& text) {
+    std::size_t at = 0;
+    // Whole part, exactly: anything that does not fit is out of range, never wrapped.
+    std::int64_t whole = 0;
+    bool wholeTooLarge = false;
+    const std::size_t wholeStart = at;
+    for (; at < text.size() && isDigit(text[at]); ++at) {
+        const int digit = text[at] - '0';
+        if (whole > (largest - digit) / 10) wholeTooLarge = true;
+        else whole = whole * 10 + digit;
+    }
+    const bool hasWhole = at > wholeStart;
+    // Fraction: up to 18 digits count (far below a byte at any unit); more are refused.
+    std::int64_t fraction = 0, fractionScale = 1;
+    bool hasFraction = false;
+    if (at < text.size() && text[at] == '.') {
+        ++at;
+        const std::size_t fractionStart = at;
+        for (; at < text.size() && isDigit(text[at]); ++at) {
+            if (at - fractionStart >= 18) return refused("has more decimals than a size needs");
+            fraction = fraction * 10 + (text[at] - '0');
+            fractionScale *= 10;
+        }
+        hasFraction = at > fractionStart;
+        if (!hasFraction) return refused("has a decimal point with no digits after it");
+    }
+    if (!hasWhole && !hasFraction) return refused(text.empty() ? "is empty" : "does not start with a number");
+    if (at < text.size() && text[at] == ' ') ++at;
+    const std::string unit = text.substr(at);
+    const auto factor = unitFactor(unit);
+    if (!factor) {
+        if (!unit.empty() && unit[0] == ' ') return refused("has more than one space before its unit");
+        if (!unit.empty() && (isDigit(unit[0]) || unit[0] == '.')) return refused("is not one number");
+        return refused("has no unit '" + unit + "' (use B, kB, MB, GB, TB, KiB, MiB, GiB or TiB)");
+    }
+    const char* tooLarge = "is more bytes than can be counted (at most 9.2 EB)";
+    if (wholeTooLarge || whole > largest / *factor) return refused(tooLarge);
+    // The fraction rounded to the nearest byte; below 10^18 times 2^40, well inside 128 bits.
+    const Wide part = (Wide(fraction) * *factor * 2 + fractionScale) / (Wide(fractionScale) * 2);
+    const Wide total = Wide(whole) * *factor + part;
+    if (total > largest) return refused(tooLarge);
+    return {std::int64_t(total), ""};
 }
+
+std::optional<std::int64_t> parseByteCount(const std::string& text) { return readByteCount(text).bytes; }
 
 }  // namespace vosklin

@@ -20,7 +20,9 @@
 #include "app/VosklinVersion.h"
 #include "catalog/CatalogError.h"
 #include "catalog/Database.h"
+#include "platform/DiskFull.h"
 #include "platform/DisplayName.h"
+#include "platform/FileSystemError.h"
 
 namespace vosklin {
 
@@ -271,6 +273,10 @@ int CommandLine::run(int argc, char** argv) {
             err_ << "vosklin: " << CatalogError::damaged(error.message()).what() << "\n";
         else
             err_ << "vosklin: " << error.what() << "\n";
+        return 1;
+    } catch (const FileSystemError& error) {
+        if (isDiskFullError(error.errorNumber())) err_ << "vosklin: " << diskFullMessage(error.path()) << "\n";
+        else err_ << "vosklin: " << error.what() << "\n";
         return 1;
     } catch (const std::exception& error) {
         // Whatever still holds a raw control byte (an argument echoed back, say) is quoted whole.

@@ -49,9 +49,9 @@ DiffCommand::Side DiffCommand::load(const std::string& versionOrPath) {
     const bool isNumber = !versionOrPath.empty() && *end == '\0';
     if (isNumber && id > 0 && !context_.fileSystem().status(versionOrPath)) {
         std::optional<StoredVersion> version;
-        if (context_.storeExists()) version = context_.catalog().version(id);
+        if (context_.storeExists()) version = context_.readCatalog().version(id);
         if (!version) throw CommandError("There is no version " + versionOrPath);
-        if (context_.catalog().requireFile(version->fileID).isPackage)
+        if (context_.readCatalog().requireFile(version->fileID).isPackage)
             throw CommandError("Version " + versionOrPath + " is a folder (a package); only files can be compared");
         StoredPayload stored(context_.fileSystem(), context_.layout(), *version, false);
         if (version->logicalBytes > largestCompared)

@@ -43,8 +43,8 @@ int FolderCommand::list(bool json) {
         auto reach = access.check(folder);
         std::int64_t versions = 0, bytes = 0;
         if (store) {
-            versions = context_.catalog().folderVersionCount(folder.id);
-            bytes = context_.catalog().folderBytes(folder.id);
+            versions = context_.readCatalog().folderVersionCount(folder.id);
+            bytes = context_.readCatalog().folderBytes(folder.id);
         }
         if (json) {
             auto entry = toJson(folder);
@@ -113,10 +113,15 @@ int FolderCommand::setBudget(const std::string& folderName, const std::string& b
         budget.kind = FolderBudget::Kind::automatic;
     } else if (budgetText == "unlimited") {
         budget.kind = FolderBudget::Kind::unlimited;
-    } else if (auto bytes = parseByteCount(budgetText)) {
-        budget = {FolderBudget::Kind::bytes, *bytes};
     } else {
-        throw CommandError("'" + budgetText + "' is not a budget; use automatic, unlimited or a size such as 20GB");
+        const auto reading = readByteCount(budgetText);
+        if (!reading.bytes)
+            throw CommandError("'" + budgetText + "' is not a budget: it " + reading.problem +
+                               "; use automatic, unlimited or a size such as 20GB");
+        if (*reading.bytes < FolderBudget::smallestBytes)
+            throw CommandError("'" + budgetText + "' is too small for a budget (" + formatByteCount(*reading.bytes) +
+                               "); the smallest is " + formatByteCount(FolderBudget::smallestBytes));
+        budget = {FolderBudget::Kind::bytes, *reading.bytes};
     }
     WatchedFolder folder = context_.folders().require(folderName);
     folder.budget = budget;

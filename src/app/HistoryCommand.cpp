@@ -58,7 +58,7 @@ HistoryCommand::HistoryCommand(AppContext& context, std::ostream& out) : context
 int HistoryCommand::history(const std::string& folderName, bool json, bool all) {
     WatchedFolder folder = context_.folders().require(folderName);
     FolderHistory history;
-    if (context_.storeExists()) history = FolderHistory::load(context_.catalog(), folder.id);
+    if (context_.storeExists()) history = FolderHistory::load(context_.readCatalog(), folder.id);
     if (json) {
         nlohmann::json object;
         object["folderID"] = folder.id;
@@ -120,16 +120,14 @@ int HistoryCommand::history(const std::string& folderName, bool json, bool all) 
 
 int HistoryCommand::show(const std::string& folderName, const std::string& atText, bool json) {
     WatchedFolder folder = context_.folders().require(folderName);
-    auto at = parseUserInstant(atText);
-    if (!at)
-        throw CommandError("'" + atText +
-                           "' is not an instant; use the form history prints (2025-03-01T14:32:05Z) or a local "
-                           "date-time (2025-03-01 15:32:05)");
+    const auto reading = readUserInstant(atText);
+    if (!reading.instant) throw CommandError(userInstantRefusal(atText, reading));
+    auto at = reading.instant;
     std::vector<FileStateAt> states;
     if (context_.storeExists()) {
         // As printed, an instant is rounded to the microsecond: read the state it stands for.
-        at = FolderHistory::load(context_.catalog(), folder.id).stateInstant(*at);
-        states = context_.catalog().stateAt(folder.id, *at);
+        at = FolderHistory::load(context_.readCatalog(), folder.id).stateInstant(*at);
+        states = context_.readCatalog().stateAt(folder.id, *at);
     }
     std::sort(states.begin(), states.end(),
               [](const FileStateAt& a, const FileStateAt& b) { return a.file.relativePath < b.file.relativePath; });

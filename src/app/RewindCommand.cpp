@@ -77,8 +77,9 @@ int RewindCommand::rewindTo(const WatchedFolder& folder, double target, bool dry
 
 int RewindCommand::rewind(const std::string& folderName, const std::string& moment, bool dryRun, bool yes) {
     WatchedFolder folder = context_.folders().require(folderName);
-    auto target = parseUserInstant(moment);
-    if (!target) throw CommandError("'" + moment + "' is not an instant; use the form 'vosklin history' prints");
+    const auto reading = readUserInstant(moment);
+    if (!reading.instant) throw CommandError(userInstantRefusal(moment, reading));
+    auto target = reading.instant;
     if (!context_.storeExists()) throw CommandError("Vosklin has no history of " + DisplayName::of(folder.path));
     // As printed, an instant is rounded to the microsecond: read the state it stands for.
     target = FolderHistory::load(context_.catalog(), folder.id).stateInstant(*target);

@@ -63,10 +63,13 @@ int RunCommand::run(const std::vector<std::string>& folders, bool background) {
         // Before anything records: an interrupted restore's leftovers are not the user's changes.
         context_.restoreService().recoverInterrupted();
         for (const auto& interrupted : context_.rewindService().recoverInterrupted())
-            context_.logger().info("A rewind from a previous run did not finish: " +
-                                   std::to_string(interrupted.completedEntries) + " of " +
-                                   std::to_string(interrupted.journal.entries.size()) +
-                                   " writes are in place. The folder as it was before it started is on the timeline.");
+            context_.logger().info(
+                "A rewind from a previous run did not finish: " + std::to_string(interrupted.completedEntries) +
+                " of " + std::to_string(interrupted.journal.entries.size()) + " writes were found in place" +
+                (interrupted.uncheckedEntries
+                     ? " (" + std::to_string(interrupted.uncheckedEntries) + " could not be checked)"
+                     : std::string()) +
+                ". The folder as it was before it started is on the timeline.");
         engine = std::make_unique<CaptureEngine>(
             CaptureEngine::Collaborators{context_.folders(), context_.catalog(), context_.captureService(),
                                          context_.layout(), context_.fileSystem(), context_.clock(),

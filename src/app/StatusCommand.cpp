@@ -59,7 +59,7 @@ StatusReport StatusCommand::gather() {
         return report;
     }
     try {
-        VersionCatalog& catalog = context_.catalog();
+        VersionCatalog& catalog = context_.readCatalog();
         for (auto& entry : report.folders) {
             entry.files = std::int64_t(catalog.files(entry.folder.id, true).size());
             entry.versions = catalog.folderVersionCount(entry.folder.id);

@@ -24,9 +24,9 @@ int VersionsCommand::versions(const std::string& path, bool json) {
         throw CommandError(DisplayName::of(path) + " is not inside a watched folder (see 'vosklin folder list')");
     const auto& [folder, relative] = *found;
     std::optional<TrackedFile> file;
-    if (context_.storeExists()) file = context_.catalog().fileAtPath(folder.id, relative);
+    if (context_.storeExists()) file = context_.readCatalog().fileAtPath(folder.id, relative);
     if (!file) throw CommandError("Vosklin has no history of " + DisplayName::of(path));
-    auto versions = context_.catalog().versionsOfFile(file->id, std::numeric_limits<std::int64_t>::max());
+    auto versions = context_.readCatalog().versionsOfFile(file->id, std::numeric_limits<std::int64_t>::max());
     if (json) {
         nlohmann::json object;
         object["file"] = toJson(*file);
@@ -60,9 +60,9 @@ int VersionsCommand::cat(const std::string& versionText, const std::optional<std
     if (versionText.empty() || *end != '\0' || errno != 0 || id <= 0)
         throw CommandError("'" + versionText + "' is not a version number (see 'vosklin versions PATH')");
     std::optional<StoredVersion> version;
-    if (context_.storeExists()) version = context_.catalog().version(id);
+    if (context_.storeExists()) version = context_.readCatalog().version(id);
     if (!version) throw CommandError("There is no version " + versionText);
-    const bool isPackage = context_.catalog().requireFile(version->fileID).isPackage;
+    const bool isPackage = context_.readCatalog().requireFile(version->fileID).isPackage;
     StoredPayload stored(context_.fileSystem(), context_.layout(), *version, isPackage);
     stored.locate();  // refused or missing: said before anything is written
 

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <cctype>
+#include <cstdint>
+#include <stdexcept>
 #include <nlohmann/json.hpp>
 
 #include "bridge/FolderListError.h"
@@ -33,11 +35,18 @@ WatchedFolder decode(const nlohmann::json& json) {
     folder.path = getPath(json, "path");
     folder.mode = captureModeFromString(json.value("mode", "automatic")).value_or(CaptureMode::automatic);
     folder.isPaused = json.value("isPaused", false);
-    if (auto budget = json.find("budgetBytes"); budget != json.end()) {
+    // Absent (or null) is automatic. Anything else that is not a budget the folder command
+    // could have set is refused: read as automatic, it would quietly change what is kept.
+    if (auto budget = json.find("budgetBytes"); budget != json.end() && !budget->is_null()) {
         if (budget->is_string() && budget->get<std::string>() == "unlimited") {
             folder.budget.kind = FolderBudget::Kind::unlimited;
-        } else if (budget->is_number_integer() && budget->get<std::int64_t>() >= 0) {
+        } else if (budget->is_number_integer() && !(budget->is_number_unsigned() && budget->get<std::uint64_t>() >
+                                                                                   std::uint64_t(INT64_MAX)) &&
+                   budget->get<std::int64_t>() >= FolderBudget::smallestBytes) {
             folder.budget = {FolderBudget::Kind::bytes, budget->get<std::int64_t>()};
+        } else {
+            throw std::runtime_error("the budget of folder " + folder.id + " is " + budget->dump() +
+                                     ", neither a number of bytes from 1000000 up nor \"unlimited\"");
         }
     }
     folder.device = json.value("st_dev", std::uint64_t(0));

@@ -13,6 +13,9 @@ struct FolderBudget {
     Kind kind = Kind::automatic;
     std::int64_t bytes = 0;  // for Kind::bytes
 
+    // Anything smaller keeps next to no history and is almost surely a slip ("20" for "20GB").
+    static constexpr std::int64_t smallestBytes = 1'000'000;
+
     bool operator==(const FolderBudget&) const = default;
 };
 

@@ -5,10 +5,12 @@
 #include <unistd.h>
 
 #include <array>
+#include <cctype>
 #include <cerrno>
 #include <cstring>
 #include <memory>
 
+#include "platform/DiskFull.h"
 #include "platform/UniqueFd.h"
 
 namespace vosklin {
@@ -19,9 +21,19 @@ DatabaseError DatabaseError::open(std::int32_t code) {
                              sqlite3_errstr(code) + ")");
 }
 
-DatabaseError DatabaseError::statement(std::int32_t code, std::string message) {
+DatabaseError DatabaseError::statement(std::int32_t code, std::string message, int systemError,
+                                       const std::string& databasePath) {
     std::string description = "Catalog statement failed (SQLite " + std::to_string(code) + "): " + message;
-    return DatabaseError(Kind::statement, code, std::move(message), description);
+    DatabaseError error(Kind::statement, code, message, description);
+    error.systemError_ = systemError;
+    if (error.isDiskFull() && !databasePath.empty())
+        return DatabaseError(Kind::statement, code, message, diskFullMessage(databasePath), systemError);
+    return error;
+}
+
+bool DatabaseError::isDiskFull() const {
+    return (code_ & 0xff) == SQLITE_FULL ||
+           ((code_ & 0xff) == SQLITE_IOERR && (systemError_ == ENOSPC || systemError_ == EDQUOT));
 }
 
 DatabaseError DatabaseError::closed() {
@@ -49,7 +61,11 @@ std::optional<std::string> DatabaseRow::optionalText(int column) const {
     return text(column);
 }
 
-Database::Database(const std::string& path) {
+Database::Database(const std::string& path, Access access) : path_(path) {
+    if (access == Access::readOnly) {
+        openReadOnly(path);
+        return;
+    }
     sqlite3* handle = nullptr;
     int code = sqlite3_open_v2(path.c_str(), &handle, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_FULLMUTEX,
                                nullptr);
@@ -72,6 +88,66 @@ Database::Database(const std::string& path) {
 Database::~Database() { close(); }
 
 namespace {
+
+// A file name as an SQLite URI path: every byte but the plain ones percent-encoded.
+std::string uriPath(const std::string& path) {
+    static const char hex[] = "0123456789ABCDEF";
+    std::string uri;
+    for (unsigned char c : path) {
+        if (std::isalnum(c) || c == '/' || c == '-' || c == '_' || c == '.' || c == '~') {
+            uri += char(c);
+        } else {
+            uri += '%';
+            uri += hex[c >> 4];
+            uri += hex[c & 15];
+        }
+    }
+    return uri;
+}
+
+bool isShmFailure(int code) {
+    // What a read of a WAL database says when its index cannot be set up in the -shm
+    // file: no space to size it, or no file to open read-only.
+    return (code & 0xff) == SQLITE_IOERR || (code & 0xff) == SQLITE_FULL || (code & 0xff) == SQLITE_CANTOPEN ||
+           (code & 0xff) == SQLITE_READONLY;
+}
+
+}  // namespace
+
+void Database::openReadOnly(const std::string& path) {
+    struct stat info {};
+    if (::stat(path.c_str(), &info) != 0) throw DatabaseError::open(SQLITE_CANTOPEN);
+    // First as any reader would; on a full disk the -shm cannot be sized, and then the
+    // index goes to memory and the -shm is only read (SQLite's readonly_shm).
+    for (const bool memoryIndex : {false, true}) {
+        if (memoryIndex) {
+            // readonly_shm needs a -shm to open; an empty one is what SQLite itself starts from.
+            const int made = ::open((path + "-shm").c_str(), O_RDONLY | O_CREAT | O_CLOEXEC | O_NOFOLLOW,
+                                    info.st_mode & 0666);
+            if (made >= 0) ::close(made);
+        }
+        const std::string uri = "file:" + uriPath(path) + (memoryIndex ? "?mode=ro&readonly_shm=1" : "?mode=ro");
+        sqlite3* handle = nullptr;
+        int code = sqlite3_open_v2(uri.c_str(), &handle, SQLITE_OPEN_READONLY | SQLITE_OPEN_URI | SQLITE_OPEN_FULLMUTEX,
+                                   nullptr);
+        if (code != SQLITE_OK) {
+            if (handle) sqlite3_close_v2(handle);
+            throw DatabaseError::open(code);
+        }
+        handle_ = handle;
+        try {
+            execute("PRAGMA busy_timeout = 5000");
+            userVersion();  // the first read sets the WAL index up, or fails to
+            return;
+        } catch (const DatabaseError& error) {
+            close();
+            if (memoryIndex || !isShmFailure(error.code())) throw;
+        }
+    }
+}
+
+namespace {
+
 
 std::uint32_t bigEndian(const unsigned char* bytes, int count) {
     std::uint32_t value = 0;
@@ -142,7 +218,8 @@ sqlite3* Database::connection() const {
 
 void Database::throwStatementError(int code) const {
     const char* message = handle_ ? sqlite3_errmsg(handle_) : nullptr;
-    throw DatabaseError::statement(code, message ? message : "unknown");
+    throw DatabaseError::statement(code, message ? message : "unknown", handle_ ? sqlite3_system_errno(handle_) : 0,
+                                   path_);
 }
 
 void Database::execute(const std::string& sql) {
@@ -152,7 +229,7 @@ void Database::execute(const std::string& sql) {
     if (code != SQLITE_OK) {
         std::string message = error ? error : (sqlite3_errmsg(db) ? sqlite3_errmsg(db) : "unknown");
         sqlite3_free(error);
-        throw DatabaseError::statement(code, message);
+        throw DatabaseError::statement(code, message, sqlite3_system_errno(db), path_);
     }
     sqlite3_free(error);
 }

@@ -39,7 +39,8 @@ private:
 //
 // Contract: one connection, opened read-write (created if absent) in SQLite's
 // full-mutex mode with WAL journaling, NORMAL sync, foreign keys on and a five
-// second busy timeout. Every failure is thrown as DatabaseError; the wrapper
+// second busy timeout; or opened read-only, which writes nothing to the disk
+// that it can do without, so it reads a disk that is full (see Access). Every failure is thrown as DatabaseError; the wrapper
 // never retries. Statements are finalized on every path. Values are always
 // bound as parameters, in order, to ?1, ?2, ... There are no nested
 // transactions. Not copyable; destroying it closes the connection.
@@ -49,7 +50,17 @@ public:
     using Value = std::variant<std::string, std::int64_t, double, std::vector<std::uint8_t>, std::nullptr_t>;
     using RowHandler = std::function<void(const DatabaseRow&)>;
 
-    explicit Database(const std::string& path);
+    enum class Access {
+        readWrite,
+        // An existing database, for reading only. Where the WAL index cannot be
+        // set up in its -shm file (the disk is full), SQLite is asked to keep it
+        // in memory instead; the -shm, made empty when it is missing (a name,
+        // no data), is then only read. Opening reads the schema version once, so
+        // a catalog that cannot be read fails here, as DatabaseError.
+        readOnly,
+    };
+
+    explicit Database(const std::string& path, Access access = Access::readWrite);
     ~Database();
 
     // What a database file looks like from its size and 100-byte header, read
@@ -107,10 +118,12 @@ public:
     bool isOpen() const { return handle_ != nullptr; }
 
 private:
+    void openReadOnly(const std::string& path);
     sqlite3* connection() const;
     sqlite3_stmt* prepare(const std::string& sql, const std::vector<Value>& values);
     [[noreturn]] void throwStatementError(int code) const;
 
+    std::string path_;
     sqlite3* handle_ = nullptr;
 };
 

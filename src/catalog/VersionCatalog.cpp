@@ -81,8 +81,16 @@ std::vector<Value> markValues(const MomentMark& mark) {
 
 }  // namespace
 
-VersionCatalog::VersionCatalog(const std::string& databasePath) : database_(databasePath) {
-    CatalogMigrations::migrate(database_);
+VersionCatalog::VersionCatalog(const std::string& databasePath, Database::Access access)
+    : database_(databasePath, access) {
+    if (access == Database::Access::readWrite) {
+        CatalogMigrations::migrate(database_);
+        return;
+    }
+    const std::int32_t version = database_.userVersion();
+    if (version > CatalogMigrations::currentVersion)
+        throw CatalogError::storeIsNewerThanTheApp(version, CatalogMigrations::currentVersion);
+    if (version < 0) throw CatalogError::damaged("schema version " + std::to_string(version));
 }
 
 std::int32_t VersionCatalog::schemaVersion() {

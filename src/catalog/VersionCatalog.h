@@ -60,7 +60,11 @@ struct CatalogTotals {
 // broken by the newer row id.
 class VersionCatalog {
 public:
-    explicit VersionCatalog(const std::string& databasePath);
+    // Read-only (`Database::Access::readOnly`): an existing catalog, not migrated
+    // (schemaVersion() tells whether it is current), refused when newer than this
+    // build; its writes fail with DatabaseError. It reads a catalog on a full disk.
+    explicit VersionCatalog(const std::string& databasePath,
+                            Database::Access access = Database::Access::readWrite);
 
     std::int32_t schemaVersion();
 

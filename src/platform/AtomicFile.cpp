@@ -4,6 +4,7 @@
 
 #include <cstdio>
 
+#include "platform/FileSystemError.h"
 #include "platform/PathNames.h"
 
 namespace vosklin {
@@ -36,7 +37,14 @@ void writeFileAtomically(FileSystem& fileSystem, const std::string& path, std::s
         } catch (...) {
             // The original failure is the one worth reporting.
         }
-        throw;
+        // A write through the descriptor knows no path: the failure is said of the file being written.
+        try {
+            throw;
+        } catch (const FileSystemError& error) {
+            if (error.path() == temporary || error.path().starts_with("(descriptor "))
+                throw FileSystemError(error.errorNumber(), error.operation(), path);
+            throw;
+        }
     }
     if (durability == Durability::synced) fileSystem.syncDirectory(parentPath(path));
 }

@@ -5,6 +5,7 @@
 #include <algorithm>
 
 #include "bridge/FolderAccess.h"
+#include "platform/DiskFull.h"
 #include "platform/DisplayName.h"
 #include "platform/ErrorText.h"
 #include "platform/FileSystemError.h"
@@ -19,7 +20,11 @@ namespace vosklin {
 
 std::string RestoreError::textKey() const {
     switch (kind_) {
-        case Kind::blockedBySafetyPolicy: return "history.restore.error.blocked";
+        case Kind::blockedBySafetyPolicy:
+            // Refused for where its bytes would come from, not where they would go.
+            if (violation_ == RestorePathPolicy::Violation::payloadOutsideStore)
+                return "history.restore.error.payloadOutsideStore";
+            return "history.restore.error.blocked";
         case Kind::failed: return "history.restore.error.failed";
         case Kind::versionNotFound:
         case Kind::fileNotFound: return "history.restore.error.missing";
@@ -55,9 +60,18 @@ RestoreReport RestoreService::restore(std::int64_t versionID, RestoreMode mode) 
     }
     auto reach = FolderAccess(c_.fileSystem).check(folder);
     if (!reach.reachable) throw RestoreError(Kind::failed, DisplayName::of(folder.path) + " " + reach.reason, ENOENT);
-    const std::string payload = c_.layout.payloadPath(version->slot, version->payloadName);
-    if (!c_.fileSystem.linkStatus(payload))
-        throw RestoreError(Kind::payloadMissing, "The stored copy of version " + std::to_string(versionID) + " is gone");
+    // What the catalog says of the payload is checked first, so a refusal names the payload.
+    const StoredPayload stored(c_.fileSystem, c_.layout, *version, file->isPackage);
+    std::string payload;
+    try {
+        payload = stored.locate();
+    } catch (const StoredPayloadError& error) {
+        if (error.kind() == StoredPayloadError::Kind::missing)
+            throw RestoreError(Kind::payloadMissing,
+                               "The stored copy of version " + std::to_string(versionID) + " is gone");
+        throw RestoreError(Kind::blockedBySafetyPolicy, error.what(), 0,
+                           RestorePathPolicy::Violation::payloadOutsideStore);
+    }
 
     // Where it goes.
     std::string relative = file->relativePath;
@@ -100,7 +114,6 @@ RestoreReport RestoreService::restore(std::int64_t versionID, RestoreMode mode) 
         journal.write(c_.fileSystem, c_.layout.journalDirectory());
         if (beforeWrite) beforeWrite({destination});
         // The copy is checked against the version's digest before it takes the file's place.
-        const StoredPayload stored(c_.fileSystem, c_.layout, *version, file->isPackage);
         SafePlacement(c_.fileSystem, c_.cloner)
             .place(
                 folder.path, relative, payload,
@@ -112,6 +125,8 @@ RestoreReport RestoreService::restore(std::int64_t versionID, RestoreMode mode) 
     } catch (const StoredPayloadError& error) {
         throw RestoreError(Kind::failed, error.what(), EIO);
     } catch (const FileSystemError& error) {
+        if (isDiskFullError(error.errorNumber()))
+            throw RestoreError(Kind::failed, diskFullMessage(error.path()), error.errorNumber());
         throw RestoreError(Kind::failed, std::string("The restore failed: ") + error.what(), error.errorNumber());
     } catch (const CloneError& error) {
         throw RestoreError(Kind::failed, std::string("The restore failed: ") + error.what(), error.code());

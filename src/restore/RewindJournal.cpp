@@ -34,6 +34,7 @@ void RewindJournal::write(FileSystem& fileSystem, const std::string& journalDire
         putPath(item, "relativePath", entry.relativePath);
         putPath(item, "destinationPath", entry.destinationPath);
         if (entry.scratchPath) putPath(item, "scratchPath", *entry.scratchPath);
+        if (entry.digest) item["digest"] = *entry.digest;
         json["entries"].push_back(item);
     }
     writeFileAtomically(fileSystem, joinPath(journalDirectory, fileName()), json.dump(2) + "\n", 0600);
@@ -55,6 +56,7 @@ RewindJournal RewindJournal::read(FileSystem& fileSystem, const std::string& pat
         entry.relativePath = getPath(item, "relativePath");
         entry.destinationPath = getPath(item, "destinationPath");
         if (item.contains("scratchPath")) entry.scratchPath = getPath(item, "scratchPath");
+        if (item.contains("digest")) entry.digest = item.at("digest").get<std::string>();
         journal.entries.push_back(std::move(entry));
     }
     return journal;

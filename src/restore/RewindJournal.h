@@ -19,6 +19,9 @@ struct RewindJournal {
         std::string relativePath;
         std::string destinationPath;
         std::optional<std::string> scratchPath;  // for writes
+        // For writes: the digest of what the write puts there, by which recovery tells a
+        // path swapped in from one still as it was (absent in journals of older builds).
+        std::optional<std::string> digest;
     };
     struct Interrupted;
 
@@ -38,7 +41,8 @@ struct RewindJournal {
 
 struct RewindJournal::Interrupted {
     RewindJournal journal;
-    std::int64_t completedEntries = 0;
+    std::int64_t completedEntries = 0;  // found as the rewind left them: written, or removed
+    std::int64_t uncheckedEntries = 0;  // writes whose journal has no digest to tell them by
     std::int64_t sweptScratch = 0;
 };
 

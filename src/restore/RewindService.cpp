@@ -21,6 +21,7 @@ namespace vosklin {
 std::string RewindError::textKey() const {
     switch (kind_) {
         case Kind::blockedBySafetyPolicy: return "rewind.error.blocked";
+        case Kind::payloadOutsideStore: return "rewind.error.payloadOutsideStore";
         case Kind::payloadMissing: return "rewind.error.payloadGone";
         case Kind::nothingToDo: return "rewind.error.nothingToDo";
         case Kind::folderUnreadable: return "rewind.error.folderUnreadable";
@@ -106,12 +107,20 @@ RewindReport RewindService::rewind(const WatchedFolder& folder, const RewindPlan
             item.payload = joinPath(c_.layout.versionsDirectory(), "none");  // only the destination is at stake
         } else {
             auto version = step.versionID ? c_.catalog.version(*step.versionID) : std::nullopt;
-            if (version) item.payload = c_.layout.payloadPath(version->slot, version->payloadName);
-            if (!version || !c_.fileSystem.linkStatus(item.payload))
-                throw RewindError(RewindError::Kind::payloadMissing,
-                                  "The stored copy of " + DisplayName::of(step.relativePath) + " is gone");
-            item.scratchName = SafePlacement::makeScratchName();
+            const auto gone = [&] {
+                return RewindError(RewindError::Kind::payloadMissing,
+                                   "The stored copy of " + DisplayName::of(step.relativePath) + " is gone");
+            };
+            if (!version) throw gone();
             item.stored.emplace(c_.fileSystem, c_.layout, *version, step.isPackage);
+            // What the catalog says of the payload is checked first, so a refusal names the payload.
+            try {
+                item.payload = item.stored->locate();
+            } catch (const StoredPayloadError& error) {
+                if (error.kind() == StoredPayloadError::Kind::missing) throw gone();
+                throw RewindError(RewindError::Kind::payloadOutsideStore, error.what());
+            }
+            item.scratchName = SafePlacement::makeScratchName();
         }
         if (auto violation = policy.check(item.payload, item.destination, c_.layout.root(), granted))
             throw RewindError(RewindError::Kind::blockedBySafetyPolicy,
@@ -174,10 +183,12 @@ RewindReport RewindService::rewind(const WatchedFolder& folder, const RewindPlan
     journal.target = plan.target;
     journal.beforeRewindAt = report.beforeRewindAt;
     for (const auto& item : resolved)
-        journal.entries.push_back({std::string(toString(item.step->action)), item.step->relativePath, item.destination,
-                                   item.scratchName.empty() ? std::nullopt
-                                                            : std::optional<std::string>(joinPath(
-                                                                  parentPath(item.destination), item.scratchName))});
+        journal.entries.push_back(
+            {std::string(toString(item.step->action)), item.step->relativePath, item.destination,
+             item.scratchName.empty()
+                 ? std::nullopt
+                 : std::optional<std::string>(joinPath(parentPath(item.destination), item.scratchName)),
+             item.stored ? std::optional<std::string>(item.stored->digest()) : std::nullopt});
     journal.write(c_.fileSystem, c_.layout.journalDirectory());
 
     // A failed write's scratch item is removed at the end, or on the way out if anything
@@ -341,6 +352,17 @@ bool RewindService::removeScratch(const WatchedFolder& folder, const std::vector
     return removedAll;
 }
 
+bool RewindService::isWrittenAs(const std::string& path, const FileStatus& standing, const std::string& digest) {
+    if (!standing.isRegular() && !standing.isDirectory()) return false;
+    try {
+        PayloadDigest digests(c_.fileSystem);
+        return (standing.isDirectory() ? digests.packageDigest(path) : digests.fileDigest(path)) == digest;
+    } catch (const FileSystemError& error) {
+        c_.logger.error("A rewound path could not be read back: " + std::string(error.what()));
+        return false;
+    }
+}
+
 std::vector<RewindJournal::Interrupted> RewindService::recoverInterrupted() {
     std::lock_guard guard(lock_);
     std::vector<RewindJournal::Interrupted> found;
@@ -367,8 +389,15 @@ std::vector<RewindJournal::Interrupted> RewindService::recoverInterrupted() {
         const bool finished = c_.fileSystem.linkStatus(joinPath(directory, "rewound-" + journal.id + ".json")).has_value();
         if (!finished)
             for (const auto& item : journal.entries) {
-                const bool present = c_.fileSystem.linkStatus(item.destinationPath).has_value();
-                if (item.action == "removeAdded" ? !present : present) ++interrupted.completedEntries;
+                const auto standing = c_.fileSystem.linkStatus(item.destinationPath);
+                if (item.action == "removeAdded") {
+                    if (!standing) ++interrupted.completedEntries;
+                } else if (!item.digest) {
+                    ++interrupted.uncheckedEntries;
+                } else if (standing && isWrittenAs(item.destinationPath, *standing, *item.digest)) {
+                    // Present is not enough: a file to be reverted is there before its swap too.
+                    ++interrupted.completedEntries;
+                }
             }
         if (scratchRemoved) c_.fileSystem.removeFile(path);
         if (!finished) found.push_back(interrupted);

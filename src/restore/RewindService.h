@@ -22,7 +22,14 @@ class RewindError : public std::runtime_error {
 public:
     // `captureFailed`: what the rewind would overwrite or remove could not be
     // kept first, so it stopped before writing anything.
-    enum class Kind { blockedBySafetyPolicy, payloadMissing, nothingToDo, folderUnreadable, captureFailed };
+    enum class Kind {
+        blockedBySafetyPolicy,  // a destination outside the watched folder
+        payloadOutsideStore,    // a stored copy the catalog places outside the store
+        payloadMissing,
+        nothingToDo,
+        folderUnreadable,
+        captureFailed,
+    };
     RewindError(Kind kind, const std::string& message) : std::runtime_error(message), kind_(kind) {}
     Kind kind() const { return kind_; }
     // The key of the user-facing text ("rewind.error.*").
@@ -94,6 +101,8 @@ private:
         std::optional<StoredPayload> stored;  // what a write puts back, checked once staged
     };
     void failPath(RewindReport& report, const RewindPlan::Step& step, const std::string& why);
+    // Whether what stands at `path` has the content `digest` names (file or package).
+    bool isWrittenAs(const std::string& path, const FileStatus& standing, const std::string& digest);
     // Removes the scratch items still in the folder; false when one could not be removed.
     bool removeScratch(const WatchedFolder& folder, const std::vector<ResolvedStep>& resolved);
 

@@ -61,6 +61,10 @@ CloneOutcome PayloadCloner::clone(const std::string& source, const std::string& 
             // The copy's own failure is the one to report.
         }
         if (error.errorNumber() == ECANCELED) throw CloneError::cancelled(source);
+        // Said of the side that failed: a destination in a missing folder is not the store's fault.
+        std::string below;
+        if (error.path() == destination || relativeTo(destination, error.path(), below))
+            throw CloneError::cannotWrite(error.errorNumber(), destination);
         throw CloneError::failed(error.errorNumber(), source);
     }
 }

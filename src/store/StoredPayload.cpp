@@ -3,8 +3,10 @@
 #include <memory>
 #include <stdexcept>
 
+#include "platform/DisplayName.h"
 #include "platform/FileSystemError.h"
 #include "platform/PathNames.h"
+#include "platform/PathJson.h"
 #include "store/CloneError.h"
 #include "store/PayloadDigest.h"
 #include "store/Sha256.h"
@@ -48,7 +50,7 @@ std::string StoredPayload::locate() const {
     // The catalog is only a file: what it says is checked before the file system is asked.
     if (slot.empty() || isAbsolutePath(slot) || climbs(slot) || name.empty() || name == "." || name == ".." ||
         name.find('/') != std::string::npos)
-        throw StoredPayloadError::outsideStore(version_.id);
+        throw StoredPayloadError::outsideStore(version_.id, DisplayName::of(slot + "/" + name));
     const std::string path = layout_.payloadPath(slot, name);
     std::string resolved;
     try {
@@ -59,7 +61,7 @@ std::string StoredPayload::locate() const {
     }
     std::string relative;
     if (!relativeTo(fileSystem_.resolvedPath(layout_.root()), resolved, relative))
-        throw StoredPayloadError::outsideStore(version_.id);
+        throw StoredPayloadError::outsideStore(version_.id, DisplayName::of(slot + "/" + name));
     return path;
 }
 

@@ -30,6 +30,7 @@ public:
 
     std::int64_t versionID() const { return version_.id; }
     bool isPackage() const { return isPackage_; }
+    const std::string& digest() const { return version_.digest; }
 
     // Where the payload is. Refused (outsideStore) when the catalog's slot or
     // name is absolute or has a ".." in it, or when a link on the way leads

@@ -19,9 +19,10 @@ public:
     static StoredPayloadError missing(std::int64_t version) {
         return {Kind::missing, "The stored copy of version " + std::to_string(version) + " is missing from the store"};
     }
-    static StoredPayloadError outsideStore(std::int64_t version) {
+    // `recorded`: the slot and name as the catalog has them.
+    static StoredPayloadError outsideStore(std::int64_t version, const std::string& recorded) {
         return {Kind::outsideStore, "The stored copy of version " + std::to_string(version) +
-                                        " is recorded outside the store; it is not read"};
+                                        " is recorded outside the store (as " + recorded + "); it is not read"};
     }
     static StoredPayloadError damaged(std::int64_t version) {
         return {Kind::damaged, "The stored copy of version " + std::to_string(version) +

@@ -276,10 +276,27 @@ TEST_F(CaptureCommandsTest, PauseModeAndBudgetShowInTheFolderList) {
     EXPECT_EQ(changed({"folder", "resume", id})["isPaused"], false);
     EXPECT_EQ(changed({"folder", "mode", root, "manual"})["mode"], "manual");
     EXPECT_EQ(changed({"folder", "budget", root, "20GB"})["budgetBytes"], 20'000'000'000);
+    EXPECT_EQ(changed({"folder", "budget", root, "1.5 GiB"})["budgetBytes"], 1'610'612'736);
     EXPECT_EQ(changed({"folder", "budget", root, "unlimited"})["budgetBytes"], "unlimited");
 
     expectRefused(vosklin({"folder", "mode", root, "sometimes"}), "not a mode");
-    expectRefused(vosklin({"folder", "budget", root, "lots"}), "not a budget");
+    // Each refused by name, with the reason; none may wrap round into a negative budget.
+    const std::pair<std::string, std::string> refusedBudgets[] = {
+        {"lots", "does not start with a number"},
+        {"1e30", "has no unit 'e30'"},
+        {"-5", "does not start with a number"},
+        {"1.5.3", "is not one number"},
+        {"5 XB", "has no unit 'XB'"},
+        {"", "is empty"},
+        {"9223372036854775808", "more bytes than can be counted"},
+        {"10000000 TB", "more bytes than can be counted"},
+        {"20", "too small for a budget"},
+    };
+    for (const auto& [text, because] : refusedBudgets) {
+        SCOPED_TRACE(text);
+        expectRefused(vosklin({"folder", "budget", root, text}), "'" + text + "' ");
+        expectRefused(vosklin({"folder", "budget", root, text}), because);
+    }
     auto after = folderEntry("list");
     EXPECT_EQ(after["mode"], "manual") << "a refused change changes nothing";
     EXPECT_EQ(after["budgetBytes"], "unlimited");

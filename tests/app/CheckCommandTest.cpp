@@ -35,11 +35,14 @@ protected:
         return {};
     }
     std::string catalog() { return home / "store/index.sqlite"; }
+    // The catalogs set aside, without their -wal and -shm (which a read-only open leaves).
     std::vector<std::string> setAside() {
         std::vector<std::string> names;
-        for (const auto& entry : fs::directory_iterator(home / "store"))
-            if (entry.path().filename().string().starts_with("index.sqlite.damaged-"))
-                names.push_back(entry.path().filename().string());
+        for (const auto& entry : fs::directory_iterator(home / "store")) {
+            const std::string name = entry.path().filename().string();
+            if (name.starts_with("index.sqlite.damaged-") && !name.ends_with("-wal") && !name.ends_with("-shm"))
+                names.push_back(name);
+        }
         return names;
     }
 };

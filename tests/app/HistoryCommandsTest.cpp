@@ -88,6 +88,44 @@ TEST_F(HistoryCommandsTest, ShowGivesTheFolderAsItWasAtAnInstant) {
     test::expectRefused(vosklin({"show", root, "--at", "soon"}), "not an instant");
 }
 
+// Every command that takes an instant refuses an impossible one by name, rather
+// than rolling it over into the next day (a rewind to 1 May for "April 31").
+TEST_F(HistoryCommandsTest, ImpossibleInstantsAreRefusedByEveryCommandThatTakesOne) {
+    capture("a.txt", "v1", t0);
+    test::writeFile(root + "/a.txt", "changed since");
+    const std::pair<std::string, std::string> cases[] = {
+        {"2025-02-30", "no day 30 in February 2025"},
+        {"2025-04-31", "no day 31 in April 2025"},
+        {"2025-02-29 10:00", "no day 29 in February 2025"},
+        {"2025-03-01 24:00", "hour 24"},
+        {"2025-03-01T12:60:00Z", "minute 60"},
+        {"2025-03-01T12:00:00+25:00", "offset beyond"},
+    };
+    for (const auto& [instant, because] : cases) {
+        for (const std::vector<std::string>& arguments :
+             {std::vector<std::string>{"show", root, "--at", instant},
+              std::vector<std::string>{"rewind", root, instant, "--dry-run"},
+              std::vector<std::string>{"name", root, instant, "a name"}}) {
+            SCOPED_TRACE(arguments[0] + " " + instant);
+            const auto result = vosklin(arguments);
+            test::expectRefused(result, "'" + instant + "' is not an instant: it ");
+            test::expectRefused(result, because);
+        }
+    }
+    // A local time the clocks skipped (Berlin went from 02:00 to 03:00 that night) is not moved to 03:30.
+    if (fs::exists("/usr/share/zoneinfo/Europe/Berlin")) {
+        const auto skipped = test::runVosklin({"--home", home.path(), "show", root, "--at", "2025-03-30 02:30"},
+                                              {{"TZ", "Europe/Berlin"}});
+        test::expectRefused(skipped, "'2025-03-30 02:30' is not an instant: it is a local time that does not exist");
+        EXPECT_EQ(test::runVosklin({"--home", home.path(), "show", root, "--at", "2025-03-30 03:30"},
+                                   {{"TZ", "Europe/Berlin"}})
+                      .exitStatus,
+                  0);
+    }
+    EXPECT_EQ(test::readFile(root + "/a.txt"), "changed since");
+    EXPECT_TRUE(stack.catalog.marks(folder.id).empty()) << "nothing named";
+}
+
 TEST_F(HistoryCommandsTest, DiffComparesVersionsAndLiveFiles) {
     const auto v1 = capture("notes.txt", "alpha\nbeta\ngamma\n", t0);
     const auto v2 = capture("notes.txt", "alpha\nBETA\ngamma\ndelta\n", t0 + 100);

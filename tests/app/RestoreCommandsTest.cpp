@@ -103,6 +103,16 @@ TEST_F(StoredPackageTest, IsCheckedByItsPackageDigest) {
     EXPECT_FALSE(fs::exists(out)) << "no half-checked copy is left";
 }
 
+class StoredFileTest : public StoredReadFixture, public ::testing::Test {};
+
+// A copy that cannot be made is said of the destination, not of the store.
+TEST_F(StoredFileTest, ACopyIntoAMissingFolderNamesTheDestination) {
+    const std::string out = place / "missing-folder/out.txt";
+    const auto result = vosklin({"cat", std::to_string(version.id), "-o", out});
+    test::expectRefused(result, "Could not write " + out + ": No such file or directory");
+    EXPECT_EQ(result.err.find(home / "store"), std::string::npos) << result.err;
+}
+
 // --- A catalog row that leads out of the store ----------------------------------
 
 struct OutsideRow {
@@ -118,21 +128,28 @@ void PrintTo(const OutsideRow& row, std::ostream* out) { *out << row.name; }
 
 class PayloadOutsideStoreTest : public StoredReadFixture, public ::testing::TestWithParam<OutsideRow> {};
 
-TEST_P(PayloadOutsideStoreTest, IsRefusedByCatAndDiff) {
+TEST_P(PayloadOutsideStoreTest, IsRefusedByEveryReadNamingTheVersionAndItsRecordedPlace) {
     const std::string outside = place / "outside";
     place.write("outside/notes.txt", "as it was\n");
     {
         Database catalog(stack.layout.databasePath());
         GetParam().redirect(catalog, version, home / "store", outside);
     }
+    const std::string id = std::to_string(version.id);
     for (const std::vector<std::string>& arguments :
-         {std::vector<std::string>{"cat", std::to_string(version.id)},
-          std::vector<std::string>{"diff", std::to_string(version.id), root + "/notes.txt"}}) {
+         {std::vector<std::string>{"cat", id}, std::vector<std::string>{"diff", id, root + "/notes.txt"},
+          std::vector<std::string>{"restore", id}, std::vector<std::string>{"rewind", root, newestMoment(), "--yes"}}) {
         auto result = vosklin(arguments);
         EXPECT_EQ(result.exitStatus, 1) << arguments[0] << ": " << result.out;
-        EXPECT_NE(result.err.find("outside the store"), std::string::npos) << arguments[0] << ": " << result.err;
-        EXPECT_EQ(result.out.find("as it was"), std::string::npos) << arguments[0] << ": " << result.out;
+        EXPECT_NE(result.err.find("version " + id + " is recorded outside the store (as "), std::string::npos)
+            << arguments[0] << ": " << result.err;
+        EXPECT_EQ(result.err.find("will not write there"), std::string::npos) << "not the destination's fault";
+        if (arguments[0] != "rewind") {  // whose plan is printed first, "put back as it was"
+            EXPECT_EQ(result.out.find("as it was"), std::string::npos) << arguments[0] << ": " << result.out;
+        }
     }
+    EXPECT_EQ(std::distance(fs::directory_iterator(root), fs::directory_iterator()), 1) << "nothing restored beside";
+    EXPECT_EQ(test::readFile(root + "/notes.txt"), "as it is now\n") << "nothing rewound";
 }
 
 INSTANTIATE_TEST_SUITE_P(

@@ -198,9 +198,24 @@ TEST_F(FolderListTest, FolderContainingGivesTheFolderAndThePathBelowIt) {
 }
 
 TEST_F(FolderListTest, DamagedListIsRefusedAndNeverOverwritten) {
-    for (const std::string damaged : {"{\"folders\": [ {\"id\": \"A\", \"pa", "{\"folders\": 3}", "[]",
-                                      "{\"folders\": [{\"path\": \"/no/id\"}]}"}) {
+    const auto withBudget = [](const std::string& budget) {
+        return "{\"folders\": [{\"id\": \"A\", \"path\": \"/srv/a\", \"budgetBytes\": " + budget + "}]}";
+    };
+    // A budget no command could have set is not taken for "automatic" either.
+    for (const std::string& damaged :
+         {std::string("{\"folders\": [ {\"id\": \"A\", \"pa"), std::string("{\"folders\": 3}"), std::string("[]"),
+          std::string("{\"folders\": [{\"path\": \"/no/id\"}]}"), withBudget("-5"), withBudget("1e30"),
+          withBudget("18446744073709551615"), withBudget("\"lots\""), withBudget("20"), withBudget("[1]")}) {
         SCOPED_TRACE(damaged);
+        if (damaged.find("budgetBytes") != std::string::npos) {
+            config.write("vosklin/folders.json", damaged);
+            try {
+                list.folders();
+            } catch (const FolderListError& error) {
+                EXPECT_NE(std::string(error.what()).find("the budget of folder A is "), std::string::npos)
+                    << error.what();
+            }
+        }
         config.write("vosklin/folders.json", damaged);
         for (const auto& action : std::vector<std::function<void()>>{
                  [&] { list.folders(); }, [&] { list.require("/srv/x"); }, [&] { list.append(watched("/srv/new")); },

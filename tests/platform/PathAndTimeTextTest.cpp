@@ -86,8 +86,40 @@ TEST(InstantTest, FormatsAndParsesIso8601Utc) {
     EXPECT_EQ(parseInstant("2025-03-01T15:32:05+01:00"), 1'740'839'525.0);
     EXPECT_DOUBLE_EQ(*parseInstant("2025-03-01T14:32:05.25Z"), 1'740'839'525.25);
     EXPECT_FALSE(parseInstant("2025-03-01T14:32:05").has_value()) << "no offset: ambiguous";
-    EXPECT_FALSE(parseInstant("2025-13-01T14:32:05Z").has_value());
+    EXPECT_EQ(parseInstant("2024-02-29T23:59:59-00:30"), 1'709'252'999.0) << "a leap day, and an offset's minutes";
     EXPECT_FALSE(parseInstant("yesterday").has_value());
+}
+
+// Impossible dates and times are refused with the reason, never rolled over into
+// the next day or minute; the same with or without local times allowed.
+TEST(InstantTest, ImpossibleDatesAndTimesAreRefusedWithTheReason) {
+    const std::pair<const char*, const char*> cases[] = {
+        {"2025-02-30", "no day 30 in February 2025"},
+        {"2025-04-31T10:00:00Z", "no day 31 in April 2025"},
+        {"2025-02-29 12:00", "no day 29 in February 2025"},
+        {"2100-02-29", "no day 29 in February 2100"},
+        {"2025-00-10", "no month 0"},
+        {"2025-13-01T14:32:05Z", "no month 13"},
+        {"2025-03-01 24:00", "hour 24"},
+        {"2025-03-01T12:60Z", "minute 60"},
+        {"2025-03-01T23:59:60Z", "second 60"},
+        {"2025-03-01T12:00:00+24:00", "offset beyond"},
+        {"2025-03-01T12:00:00+05:60", "offset beyond"},
+        {"2025-03-01T12:00:00+5", "offset that is not"},
+        {"2025-03-01T12:00:00Zulu", "after its offset"},
+        {"2025-3-1", "does not start with a date"},
+        {"", "is empty"},
+    };
+    for (const auto& [text, problem] : cases) {
+        for (const bool local : {false, true}) {
+            SCOPED_TRACE(std::string(text) + (local ? " (local allowed)" : ""));
+            const auto reading = readInstant(text, local);
+            EXPECT_FALSE(reading.instant.has_value()) << formatInstant(reading.instant.value_or(0));
+            EXPECT_NE(reading.problem.find(problem), std::string::npos) << reading.problem;
+        }
+    }
+    EXPECT_TRUE(readInstant("2000-02-29", true).instant.has_value()) << "a leap day is a day";
+    EXPECT_TRUE(readInstant("2025-04-30 23:59:59", true).instant.has_value());
 }
 
 TEST(PathJsonTest, ValidUtf8IsWrittenPlainAndAnythingElseKeepsItsBytes) {

@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "platform/FileSystemError.h"
+#include "store/Sha256.h"
 #include "support/FolderImage.h"
 #include "support/RestoreFixture.h"
 #include "support/Thrown.h"
@@ -339,10 +340,11 @@ TEST(RewindScratchTest, RecoveryRemovesEveryScratchItemTheJournalNames) {
         journal.id = "R1";
         journal.folderID = f.folder.id;
         journal.folderRoot = f.root;
-        journal.entries = {{"revert", "a.txt", f.root + "/a.txt", f.root + "/.vosklin-restore-A"},
-                           {"restoreDeleted", "sub/Pkg.app", f.root + "/sub/Pkg.app", f.root + "/sub/.vosklin-restore-B"},
-                           {"restoreDeleted", "c.txt", f.root + "/c.txt", f.root + "/.vosklin-restore-C"},
-                           {"removeAdded", "d.txt", f.root + "/d.txt", std::nullopt}};
+        journal.entries = {{"revert", "a.txt", f.root + "/a.txt", f.root + "/.vosklin-restore-A", Sha256::of("a")},
+                           {"restoreDeleted", "sub/Pkg.app", f.root + "/sub/Pkg.app", f.root + "/sub/.vosklin-restore-B",
+                            Sha256::of("b")},
+                           {"restoreDeleted", "c.txt", f.root + "/c.txt", f.root + "/.vosklin-restore-C", Sha256::of("c")},
+                           {"removeAdded", "d.txt", f.root + "/d.txt", std::nullopt, std::nullopt}};
         journal.write(f.stack.fileSystem, f.stack.layout.journalDirectory());
         if (finished) {
             RewindManifest manifest;
@@ -358,6 +360,49 @@ TEST(RewindScratchTest, RecoveryRemovesEveryScratchItemTheJournalNames) {
             EXPECT_EQ(found[0].sweptScratch, 2);
             EXPECT_EQ(found[0].completedEntries, 2) << "a.txt in place, d.txt absent";
         }
+    }
+}
+
+// At the next start, recovery counts what it finds written: a file to be
+// reverted is there before its swap as after it, so only its content tells.
+TEST(RewindRecoveryTest, CountsOnlyTheWritesFoundInPlace) {
+    struct Case {
+        const char* what;
+        std::set<std::string> done;  // the entries whose write or removal happened
+        std::int64_t completed;
+    };
+    const std::vector<Case> cases = {
+        {"planned and started, nothing swapped", {}, 0},
+        {"killed half-way", {"r1.txt", "d1.txt"}, 2},
+        {"killed after the last write, before the manifest", {"r1.txt", "r2.txt", "r3.txt", "d1.txt", "x1.txt"}, 5},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.what);
+        TempDirectory directory;
+        RestoreFixture f(directory);
+        RewindJournal journal;
+        journal.id = "R2";
+        journal.folderID = f.folder.id;
+        journal.folderRoot = f.root;
+        auto path = [&](const std::string& name) { return f.root + "/" + name; };
+        for (const std::string name : {"r1.txt", "r2.txt", "r3.txt"}) {
+            test::writeFile(path(name), (c.done.count(name) ? "then " : "now ") + name);
+            journal.entries.push_back({"revert", name, path(name), std::nullopt, Sha256::of("then " + name)});
+        }
+        if (c.done.count("d1.txt")) test::writeFile(path("d1.txt"), "then d1.txt");
+        journal.entries.push_back({"restoreDeleted", "d1.txt", path("d1.txt"), std::nullopt, Sha256::of("then d1.txt")});
+        if (!c.done.count("x1.txt")) test::writeFile(path("x1.txt"), "added since");
+        journal.entries.push_back({"removeAdded", "x1.txt", path("x1.txt"), std::nullopt, std::nullopt});
+        // Written by a build that kept no digests: counted as unchecked, never as done.
+        test::writeFile(path("old.txt"), "then old.txt");
+        journal.entries.push_back({"revert", "old.txt", path("old.txt"), std::nullopt, std::nullopt});
+        journal.write(f.stack.fileSystem, f.stack.layout.journalDirectory());
+
+        const auto found = f.rewinds.recoverInterrupted();
+        ASSERT_EQ(found.size(), 1u);
+        EXPECT_EQ(found[0].completedEntries, c.completed);
+        EXPECT_EQ(found[0].uncheckedEntries, 1);
+        EXPECT_EQ(found[0].journal.entries.size(), 6u);
     }
 }
 
