@@ -4,7 +4,6 @@
 #include <httplib.h>
 #include <netinet/in.h>
 #include <poll.h>
-#include <sys/eventfd.h>
 #include <sys/socket.h>
 
 #include <cstring>
@@ -105,7 +104,18 @@ public:
 };
 
 LocalApiServer::LocalApiServer(ApiHandlers& handlers, std::string token, Limits limits)
-    : handlers_(handlers), token_(std::move(token)), limits_(limits), router_(std::make_unique<Router>()) {}
+    : handlers_(handlers),
+      token_(std::move(token)),
+      limits_(limits),
+      router_(std::make_unique<Router>()),
+      pool_(limits.maximumConnections,
+            {[](int fd) {
+                 // Strangers are turned away before they can hold a thread or a slot.
+                 if (loopbackPeerUid(fd) == ::geteuid()) return true;
+                 refuseRaw(fd, 403, "Forbidden");
+                 return false;
+             },
+             [](int fd) { refuseRaw(fd, 503, "Service Unavailable"); }, [this](int fd) { serve(fd); }}) {}
 
 LocalApiServer::~LocalApiServer() { stop(); }
 
@@ -140,74 +150,18 @@ int LocalApiServer::start() {
         throw std::runtime_error(std::string("The local API could not bind a port on 127.0.0.1: ") +
                                  std::strerror(errno));
     port_ = ntohs(address.sin_port);
-    wake_ = UniqueFd(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
-    if (!wake_) throw std::runtime_error(std::string("The local API could not start: ") + std::strerror(errno));
-    acceptThread_ = std::thread([this] { acceptLoop(); });
+    pool_.start(listener_.get());
     return port_;
 }
 
 void LocalApiServer::stop() {
-    if (!acceptThread_.joinable()) return;
-    const std::uint64_t one = 1;
-    (void)!::write(wake_.get(), &one, sizeof one);
-    acceptThread_.join();
-    std::list<std::unique_ptr<Connection>> remaining;
-    {
-        std::lock_guard lock(mutex_);
-        remaining.swap(connections_);
-    }
-    for (auto& connection : remaining)
-        if (!connection->done) ::shutdown(connection->fd.get(), SHUT_RD);
-    for (auto& connection : remaining) connection->thread.join();
+    pool_.stop();
     listener_.reset();
 }
 
-void LocalApiServer::acceptLoop() {
-    const uid_t owner = ::geteuid();
-    for (;;) {
-        pollfd entries[2] = {{listener_.get(), POLLIN, 0}, {wake_.get(), POLLIN, 0}};
-        if (::poll(entries, 2, -1) < 0) continue;
-        if (entries[1].revents) return;
-        reapFinished();
-        for (;;) {
-            UniqueFd fd(::accept4(listener_.get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
-            if (!fd) break;
-            // Strangers are turned away before they can hold a thread or a slot.
-            if (loopbackPeerUid(fd.get()) != owner) {
-                refuseRaw(fd.get(), 403, "Forbidden");
-                continue;
-            }
-            std::lock_guard lock(mutex_);
-            if (connections_.size() >= limits_.maximumConnections) {
-                refuseRaw(fd.get(), 503, "Service Unavailable");
-                continue;
-            }
-            auto& added = *connections_.emplace_back(std::make_unique<Connection>(std::move(fd)));
-            added.thread = std::thread([this, &added] {
-                serve(added);
-                added.done = true;
-            });
-        }
-    }
-}
-
-void LocalApiServer::reapFinished() {
-    std::list<std::unique_ptr<Connection>> finished;
-    {
-        std::lock_guard lock(mutex_);
-        for (auto it = connections_.begin(); it != connections_.end();) {
-            if ((*it)->done) finished.splice(finished.end(), connections_, it++);
-            else ++it;
-        }
-    }
-    for (auto& connection : finished) connection->thread.join();
-}
-
-void LocalApiServer::serve(Connection& connection) {
-    DeadlineStream stream(connection.fd.get(), SteadyClock::now() + limits_.requestDeadline, limits_.writeTimeout);
+void LocalApiServer::serve(int fd) {
+    DeadlineStream stream(fd, SteadyClock::now() + limits_.requestDeadline, limits_.writeTimeout);
     router_->serve(stream);
-    // Closed when reaped; shut now so the peer sees the end at once.
-    ::shutdown(connection.fd.get(), SHUT_RDWR);
 }
 
 }  // namespace vosklin

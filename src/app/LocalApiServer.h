@@ -1,14 +1,11 @@
 #pragma once
 
-#include <atomic>
 #include <chrono>
-#include <list>
 #include <memory>
-#include <mutex>
 #include <string>
-#include <thread>
 
 #include "app/ApiHandlers.h"
+#include "app/ConnectionPool.h"
 #include "platform/UniqueFd.h"
 
 namespace vosklin {
@@ -51,16 +48,8 @@ public:
 
 private:
     class Router;
-    struct Connection {
-        explicit Connection(UniqueFd accepted) : fd(std::move(accepted)) {}
-        UniqueFd fd;
-        std::thread thread;
-        std::atomic<bool> done{false};
-    };
 
-    void acceptLoop();
-    void serve(Connection& connection);
-    void reapFinished();
+    void serve(int fd);
 
     ApiHandlers& handlers_;
     std::string token_;
@@ -68,10 +57,7 @@ private:
     int port_ = 0;
     std::unique_ptr<Router> router_;
     UniqueFd listener_;
-    UniqueFd wake_;
-    std::thread acceptThread_;
-    std::mutex mutex_;
-    std::list<std::unique_ptr<Connection>> connections_;
+    ConnectionPool pool_;
 };
 
 }  // namespace vosklin

@@ -1,7 +1,5 @@
 #include "app/LocalSocketServer.h"
 
-#include <poll.h>
-#include <sys/eventfd.h>
 #include <sys/stat.h>
 
 #include <stdexcept>
@@ -13,6 +11,8 @@
 
 namespace vosklin {
 namespace {
+
+using namespace std::chrono_literals;
 
 void makePrivateDirectory(const std::string& directory) {
     // One level is enough: the parent is the user's runtime directory or the home.
@@ -34,10 +34,28 @@ std::string answerLine(const ApiResponse& response) {
     return line.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace) + "\n";
 }
 
+// A short answer to a connection that will not be served; a peer not reading it loses it.
+void answer(int fd, const ApiResponse& response) {
+    UnixSocket(UniqueFd(::dup(fd))).writeAll(answerLine(response), std::chrono::steady_clock::now() + 100ms);
+}
+
 }  // namespace
 
 LocalSocketServer::LocalSocketServer(ApiHandlers& handlers, std::string path, Limits limits)
-    : handlers_(handlers), path_(std::move(path)), limits_(limits) {}
+    : handlers_(handlers),
+      path_(std::move(path)),
+      limits_(limits),
+      pool_(limits.maximumConnections,
+            {[](int fd) {
+                 // Only this user: the folder keeps others out, and this says so to anyone who got in.
+                 if (UnixSocket(UniqueFd(::dup(fd))).peerUid() == ::geteuid()) return true;
+                 answer(fd, {403, {{"error", "This daemon answers only its own user"}}});
+                 return false;
+             },
+             [](int fd) {
+                 answer(fd, {503, {{"error", "The Vosklin daemon is serving too many requests at once; try again"}}});
+             },
+             [this](int fd) { serve(fd); }}) {}
 
 LocalSocketServer::~LocalSocketServer() { stop(); }
 
@@ -46,73 +64,19 @@ void LocalSocketServer::start() {
     listener_ = std::make_unique<UnixSocket>(UnixSocket::listen(path_, 64));
     // Owner-only even where the directory's mode is not: the socket file itself.
     ::chmod(path_.c_str(), 0600);
-    wake_ = UniqueFd(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
-    if (!wake_) throw FileSystemError(errno, "eventfd", path_);
-    acceptThread_ = std::thread([this] { acceptLoop(); });
+    pool_.start(listener_->fd());
 }
 
 void LocalSocketServer::stop() {
-    if (!acceptThread_.joinable()) return;
-    const std::uint64_t one = 1;
-    (void)!::write(wake_.get(), &one, sizeof one);
-    acceptThread_.join();
-    std::list<std::unique_ptr<Connection>> remaining;
-    {
-        std::lock_guard lock(mutex_);
-        remaining.swap(connections_);
-    }
-    // A request still arriving is cut off; one being answered finishes first.
-    for (auto& connection : remaining)
-        if (!connection->done) connection->socket.shutdown();
-    for (auto& connection : remaining) connection->thread.join();
+    if (!listener_) return;
+    pool_.stop();
     ::unlink(path_.c_str());
     listener_.reset();
 }
 
-void LocalSocketServer::acceptLoop() {
-    for (;;) {
-        pollfd entries[2] = {{listener_->fd(), POLLIN, 0}, {wake_.get(), POLLIN, 0}};
-        if (::poll(entries, 2, -1) < 0) continue;
-        if (entries[1].revents) return;
-        reapFinished();
-        while (auto accepted = listener_->accept()) {
-            std::lock_guard lock(mutex_);
-            auto connection = std::make_unique<Connection>(std::move(*accepted));
-            if (connections_.size() >= limits_.maximumConnections) {
-                const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(100);
-                connection->socket.writeAll(answerLine({503, {{"error", "The Vosklin daemon is serving too many "
-                                                                        "requests at once; try again"}}}),
-                                            deadline);
-                continue;
-            }
-            auto& added = *connections_.emplace_back(std::move(connection));
-            added.thread = std::thread([this, &added] {
-                serve(added);
-                added.done = true;
-            });
-        }
-    }
-}
-
-void LocalSocketServer::reapFinished() {
-    std::list<std::unique_ptr<Connection>> finished;
-    {
-        std::lock_guard lock(mutex_);
-        for (auto it = connections_.begin(); it != connections_.end();) {
-            if ((*it)->done) finished.splice(finished.end(), connections_, it++);
-            else ++it;
-        }
-    }
-    for (auto& connection : finished) connection->thread.join();
-}
-
-void LocalSocketServer::serve(Connection& connection) {
-    UnixSocket& socket = connection.socket;
+void LocalSocketServer::serve(int fd) {
+    UnixSocket socket(UniqueFd(::dup(fd)));
     const auto deadline = std::chrono::steady_clock::now() + limits_.requestDeadline;
-    if (socket.peerUid() != ::geteuid()) {
-        socket.writeAll(answerLine({403, {{"error", "This daemon answers only its own user"}}}), deadline);
-        return;
-    }
     std::string line;
     switch (socket.readLine(line, limits_.maximumRequestBytes, deadline)) {
         case UnixSocket::ReadResult::line:
@@ -133,7 +97,6 @@ void LocalSocketServer::serve(Connection& connection) {
         handlers_.answer(name, space == std::string::npos ? std::string() : line.substr(space + 1));
     // The caller waits as long as it likes for an answer; writing it gets a fresh allowance.
     socket.writeAll(answerLine(response), std::chrono::steady_clock::now() + limits_.requestDeadline);
-    socket.shutdown();
 }
 
 }  // namespace vosklin

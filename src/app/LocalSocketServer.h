@@ -1,15 +1,11 @@
 #pragma once
 
-#include <atomic>
 #include <chrono>
-#include <list>
 #include <memory>
-#include <mutex>
 #include <string>
-#include <thread>
 
 #include "app/ApiHandlers.h"
-#include "platform/UniqueFd.h"
+#include "app/ConnectionPool.h"
 #include "platform/UnixSocket.h"
 
 namespace vosklin {
@@ -49,25 +45,13 @@ public:
     const std::string& path() const { return path_; }
 
 private:
-    struct Connection {
-        explicit Connection(UnixSocket accepted) : socket(std::move(accepted)) {}
-        UnixSocket socket;
-        std::thread thread;
-        std::atomic<bool> done{false};
-    };
-
-    void acceptLoop();
-    void serve(Connection& connection);
-    void reapFinished();
+    void serve(int fd);
 
     ApiHandlers& handlers_;
     std::string path_;
     Limits limits_;
     std::unique_ptr<UnixSocket> listener_;
-    UniqueFd wake_;
-    std::thread acceptThread_;
-    std::mutex mutex_;
-    std::list<std::unique_ptr<Connection>> connections_;
+    ConnectionPool pool_;
 };
 
 }  // namespace vosklin

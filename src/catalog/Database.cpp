@@ -61,19 +61,27 @@ std::optional<std::string> DatabaseRow::optionalText(int column) const {
     return text(column);
 }
 
+namespace {
+
+// A connection, or DatabaseError::open (with nothing left open) when SQLite refuses.
+sqlite3* openHandle(const std::string& name, int flags) {
+    sqlite3* handle = nullptr;
+    const int code = sqlite3_open_v2(name.c_str(), &handle, flags, nullptr);
+    if (code != SQLITE_OK) {
+        if (handle) sqlite3_close_v2(handle);
+        throw DatabaseError::open(code);
+    }
+    return handle;
+}
+
+}  // namespace
+
 Database::Database(const std::string& path, Access access) : path_(path) {
     if (access == Access::readOnly) {
         openReadOnly(path);
         return;
     }
-    sqlite3* handle = nullptr;
-    int code = sqlite3_open_v2(path.c_str(), &handle, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_FULLMUTEX,
-                               nullptr);
-    if (code != SQLITE_OK) {
-        if (handle) sqlite3_close_v2(handle);
-        throw DatabaseError::open(code);
-    }
-    handle_ = handle;
+    handle_ = openHandle(path, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_FULLMUTEX);
     try {
         execute("PRAGMA journal_mode = WAL");
         execute("PRAGMA synchronous = NORMAL");
@@ -127,14 +135,7 @@ void Database::openReadOnly(const std::string& path) {
             if (made >= 0) ::close(made);
         }
         const std::string uri = "file:" + uriPath(path) + (memoryIndex ? "?mode=ro&readonly_shm=1" : "?mode=ro");
-        sqlite3* handle = nullptr;
-        int code = sqlite3_open_v2(uri.c_str(), &handle, SQLITE_OPEN_READONLY | SQLITE_OPEN_URI | SQLITE_OPEN_FULLMUTEX,
-                                   nullptr);
-        if (code != SQLITE_OK) {
-            if (handle) sqlite3_close_v2(handle);
-            throw DatabaseError::open(code);
-        }
-        handle_ = handle;
+        handle_ = openHandle(uri, SQLITE_OPEN_READONLY | SQLITE_OPEN_URI | SQLITE_OPEN_FULLMUTEX);
         try {
             execute("PRAGMA busy_timeout = 5000");
             userVersion();  // the first read sets the WAL index up, or fails to
