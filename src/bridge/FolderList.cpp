@@ -26,7 +26,7 @@ nlohmann::json encode(const WatchedFolder& folder) {
     return json;
 }
 
-WatchedFolder decode(const nlohmann::json& json) {
+WatchedFolder decodeFolder(const nlohmann::json& json) {
     WatchedFolder folder;
     folder.id = json.at("id").get<std::string>();
     folder.path = getPath(json, "path");
@@ -57,16 +57,20 @@ FolderList::Contents FolderList::load() {
         throw FolderListError(FolderListError::Kind::malformedList,
                               "Cannot read the folder list " + path_ + ": " + error.what());
     }
+    return decode(text, path_);
+}
+
+FolderList::Contents FolderList::decode(std::string_view text, const std::string& path) {
     try {
         auto json = nlohmann::json::parse(text);
         Contents contents;
-        for (const auto& entry : json.at("folders")) contents.folders.push_back(decode(entry));
+        for (const auto& entry : json.at("folders")) contents.folders.push_back(decodeFolder(entry));
         if (auto retired = json.find("retired"); retired != json.end())
-            for (const auto& entry : *retired) contents.retired.push_back(decode(entry));
+            for (const auto& entry : *retired) contents.retired.push_back(decodeFolder(entry));
         return contents;
     } catch (const std::exception& error) {
         throw FolderListError(FolderListError::Kind::malformedList,
-                              "The folder list " + path_ + " is damaged (" + error.what() +
+                              "The folder list " + path + " is damaged (" + error.what() +
                                   "); fix or move it aside, nothing was changed");
     }
 }

@@ -7,6 +7,7 @@
 #include "platform/Instant.h"
 #include "platform/PathJson.h"
 #include "platform/PathNames.h"
+#include "restore/JournalError.h"
 
 namespace vosklin {
 
@@ -25,21 +26,32 @@ void RestoreJournal::write(FileSystem& fileSystem, const std::string& journalDir
     writeFileAtomically(fileSystem, joinPath(journalDirectory, fileName()), json.dump(2) + "\n", 0600);
 }
 
+RestoreJournal RestoreJournal::decode(std::string_view text) {
+    try {
+        auto json = nlohmann::json::parse(text);
+        RestoreJournal journal;
+        journal.version = json.at("version").get<int>();
+        journal.id = json.at("id").get<std::string>();
+        auto started = parseInstant(json.at("startedAt").get<std::string>());
+        if (!started) throw JournalError("startedAt is not an instant");
+        journal.startedAt = *started;
+        journal.mode = json.at("mode").get<std::string>() == "replaceInPlace" ? RestoreMode::replaceInPlace
+                                                                               : RestoreMode::copyBeside;
+        journal.payloadPath = getPath(json, "payloadPath");
+        journal.destinationPath = getPath(json, "destinationPath");
+        if (json.contains("scratchPath")) journal.scratchPath = getPath(json, "scratchPath");
+        if (json.contains("preRestoreVersionID"))
+            journal.preRestoreVersionID = json["preRestoreVersionID"].get<std::int64_t>();
+        return journal;
+    } catch (const nlohmann::json::exception& error) {
+        throw JournalError(std::string("Not a restore journal: ") + error.what());
+    } catch (const std::invalid_argument& error) {
+        throw JournalError(std::string("Not a restore journal: ") + error.what());
+    }
+}
+
 RestoreJournal RestoreJournal::read(FileSystem& fileSystem, const std::string& path) {
-    auto json = nlohmann::json::parse(readWholeFile(fileSystem, path));
-    RestoreJournal journal;
-    journal.version = json.at("version").get<int>();
-    journal.id = json.at("id").get<std::string>();
-    auto started = parseInstant(json.at("startedAt").get<std::string>());
-    if (!started) throw std::runtime_error("startedAt is not an instant");
-    journal.startedAt = *started;
-    journal.mode = json.at("mode").get<std::string>() == "replaceInPlace" ? RestoreMode::replaceInPlace
-                                                                           : RestoreMode::copyBeside;
-    journal.payloadPath = getPath(json, "payloadPath");
-    journal.destinationPath = getPath(json, "destinationPath");
-    if (json.contains("scratchPath")) journal.scratchPath = getPath(json, "scratchPath");
-    if (json.contains("preRestoreVersionID")) journal.preRestoreVersionID = json["preRestoreVersionID"].get<std::int64_t>();
-    return journal;
+    return decode(readWholeFile(fileSystem, path));
 }
 
 void RestoreManifest::write(FileSystem& fileSystem, const std::string& journalDirectory) const {

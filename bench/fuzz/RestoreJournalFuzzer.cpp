@@ -1,0 +1,10 @@
+// Restore journals as recovery finds them after a crash: any bytes.
+#include "FuzzSupport.h"
+#include "restore/JournalError.h"
+#include "restore/RestoreJournal.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    using namespace vosklin;
+    fuzz::returnsOrThrows<JournalError>([&] { RestoreJournal::decode(fuzz::bytes(data, size)); });
+    return 0;
+}
