@@ -1,4 +1,5 @@
 // folders.json, which the user may edit by hand.
+// libFuzzer dictionary: json.dict
 #include "FuzzSupport.h"
 #include "bridge/FolderList.h"
 #include "bridge/FolderListError.h"
@@ -6,7 +7,7 @@
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     using namespace vosklin;
     try {
-        FolderList::decode(fuzz::bytes(data, size), "folders.json");
+        FolderList::parse(fuzz::bytes(data, size), "folders.json");
     } catch (const FolderListError& error) {
         fuzz::require(error.kind() == FolderListError::Kind::malformedList,
                       std::string("a damaged list gave another kind of error: ") + error.what());

@@ -2,6 +2,7 @@
 // use, so the bytes go into a real file that the real class reads; every key it
 // holds, and every key the program asks for, is read as each type. Reading never
 // throws: a value of the wrong type reads as absent.
+// libFuzzer dictionary: json.dict
 #include <unistd.h>
 
 #include <nlohmann/json.hpp>

@@ -1,4 +1,5 @@
 // The sidecar beside each payload, read when the catalog is rebuilt from the store.
+// libFuzzer dictionary: json.dict
 #include <cmath>
 
 #include "FuzzSupport.h"

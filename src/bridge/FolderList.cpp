@@ -7,6 +7,7 @@
 #include "bridge/FolderListError.h"
 #include "platform/AtomicFile.h"
 #include "platform/FileSystemError.h"
+#include "platform/JsonInteger.h"
 #include "platform/PathJson.h"
 #include "platform/PathNames.h"
 
@@ -26,7 +27,7 @@ nlohmann::json encode(const WatchedFolder& folder) {
     return json;
 }
 
-WatchedFolder decodeFolder(const nlohmann::json& json) {
+WatchedFolder decode(const nlohmann::json& json) {
     WatchedFolder folder;
     folder.id = json.at("id").get<std::string>();
     folder.path = getPath(json, "path");
@@ -39,8 +40,12 @@ WatchedFolder decodeFolder(const nlohmann::json& json) {
             folder.budget = {FolderBudget::Kind::bytes, budget->get<std::int64_t>()};
         }
     }
-    folder.device = json.value("st_dev", std::uint64_t(0));
-    folder.inode = json.value("st_ino", std::uint64_t(0));
+    for (auto [key, field] : {std::pair{"st_dev", &folder.device}, std::pair{"st_ino", &folder.inode}}) {
+        if (!json.contains(key)) continue;
+        auto number = jsonInteger<std::uint64_t>(json.at(key));
+        if (!number) throw std::invalid_argument(std::string(key) + " is not a device or inode number");
+        *field = *number;
+    }
     return folder;
 }
 
@@ -57,16 +62,16 @@ FolderList::Contents FolderList::load() {
         throw FolderListError(FolderListError::Kind::malformedList,
                               "Cannot read the folder list " + path_ + ": " + error.what());
     }
-    return decode(text, path_);
+    return parse(text, path_);
 }
 
-FolderList::Contents FolderList::decode(std::string_view text, const std::string& path) {
+FolderList::Contents FolderList::parse(std::string_view text, const std::string& path) {
     try {
         auto json = nlohmann::json::parse(text);
         Contents contents;
-        for (const auto& entry : json.at("folders")) contents.folders.push_back(decodeFolder(entry));
+        for (const auto& entry : json.at("folders")) contents.folders.push_back(decode(entry));
         if (auto retired = json.find("retired"); retired != json.end())
-            for (const auto& entry : *retired) contents.retired.push_back(decodeFolder(entry));
+            for (const auto& entry : *retired) contents.retired.push_back(decode(entry));
         return contents;
     } catch (const std::exception& error) {
         throw FolderListError(FolderListError::Kind::malformedList,

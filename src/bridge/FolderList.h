@@ -45,7 +45,7 @@ public:
     };
     // The bytes of a folder list; `path` only names it in the message of the
     // FolderListError::malformedList thrown for anything this class does not write.
-    static Contents decode(std::string_view text, const std::string& path);
+    static Contents parse(std::string_view text, const std::string& path);
 
 private:
     Contents load();

@@ -5,12 +5,20 @@
 
 #include "platform/AtomicFile.h"
 #include "platform/Instant.h"
+#include "platform/JsonInteger.h"
 #include "platform/PathJson.h"
 #include "platform/PathNames.h"
 #include "restore/JournalError.h"
 
 namespace vosklin {
 namespace {
+
+// The id names the journal's own files, and the record written when recovery
+// ends it, in the journal directory: it must be one plain name.
+void requirePlainId(const std::string& id) {
+    if (id.empty() || id.find('/') != std::string::npos || id.find('\0') != std::string::npos)
+        throw JournalError("id is not a plain name");
+}
 
 double instantAt(const nlohmann::json& json, const char* key) {
     auto instant = parseInstant(json.at(key).get<std::string>());
@@ -44,8 +52,11 @@ RewindJournal RewindJournal::decode(std::string_view text) {
     try {
         auto json = nlohmann::json::parse(text);
         RewindJournal journal;
-        journal.version = json.at("version").get<int>();
+        auto version = jsonInteger<int>(json.at("version"));
+        if (!version) throw JournalError("version is not an integer in range");
+        journal.version = *version;
         journal.id = json.at("id").get<std::string>();
+        requirePlainId(journal.id);
         journal.startedAt = instantAt(json, "startedAt");
         journal.folderID = json.at("folderID").get<std::string>();
         journal.folderRoot = getPath(json, "folderRoot");

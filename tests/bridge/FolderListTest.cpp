@@ -199,7 +199,9 @@ TEST_F(FolderListTest, FolderContainingGivesTheFolderAndThePathBelowIt) {
 
 TEST_F(FolderListTest, DamagedListIsRefusedAndNeverOverwritten) {
     for (const std::string damaged : {"{\"folders\": [ {\"id\": \"A\", \"pa", "{\"folders\": 3}", "[]",
-                                      "{\"folders\": [{\"path\": \"/no/id\"}]}"}) {
+                                      "{\"folders\": [{\"path\": \"/no/id\"}]}",
+                                      "{\"folders\": [{\"id\": \"A\", \"path\": \"/srv/x\", \"st_dev\": 1e300}]}",
+                                      "{\"folders\": [{\"id\": \"A\", \"path\": \"/srv/x\", \"st_ino\": -1.5}]}"}) {
         SCOPED_TRACE(damaged);
         config.write("vosklin/folders.json", damaged);
         for (const auto& action : std::vector<std::function<void()>>{
