@@ -68,11 +68,11 @@ for target in "${targets[@]}"; do
   if [ -d "bench/fuzz/seeds/$target" ]; then cp -n "bench/fuzz/seeds/$target"/* "$corpus"/ 2>/dev/null || true; fi
   before=$(find "$findings" -type f | wc -l)
   echo "== $target: ${seconds}s, corpus $corpus" >&2
-  # A finding stops libFuzzer with a non-zero status; the summary below says what it was.
   # A target names its dictionary of tokens in its source, "libFuzzer dictionary: FILE".
   dict=$(grep -o 'libFuzzer dictionary: [^ ]*' "bench/fuzz/${target}Fuzzer.cpp" | cut -d' ' -f3 || true)
   options=(-max_total_time="$seconds" -print_final_stats=1 -artifact_prefix="$root/$findings/")
   if [ -n "$dict" ]; then options+=(-dict="bench/fuzz/$dict"); fi
+  # A finding stops libFuzzer with a non-zero status; the summary below says what it was.
   "$build/bench/fuzz/${target}Fuzzer" "$corpus" "${options[@]}" >"$log" 2>&1 || true
   runs=$(grep -o '^stat::number_of_executed_units: *[0-9]*' "$log" | grep -o '[0-9]*$' | tail -1 || true)
   rate=$(grep -o '^stat::average_exec_per_sec: *[0-9]*' "$log" | grep -o '[0-9]*$' | tail -1 || true)

@@ -20,18 +20,24 @@ public:
     void log(vosklin::LogLevel, const std::string&) override {}
 };
 
+// settings.json in a fresh directory, removed when the run ends.
+struct ScratchSettings {
+    std::string directory, path;
+    ScratchSettings() {
+        char name[] = "/tmp/vosklin-settings-fuzz-XXXXXX";
+        if (!::mkdtemp(name)) vosklin::fuzz::fail("cannot make a temporary directory");
+        directory = name;
+        path = directory + "/settings.json";
+    }
+    ~ScratchSettings() {
+        ::unlink(path.c_str());
+        ::rmdir(directory.c_str());
+    }
+};
+
 const std::string& settingsPath() {
-    static const std::string path = [] {
-        char directory[] = "/tmp/vosklin-settings-fuzz-XXXXXX";
-        if (!::mkdtemp(directory)) vosklin::fuzz::fail("cannot make a temporary directory");
-        std::string file = std::string(directory) + "/settings.json";
-        std::atexit([] {
-            ::unlink(settingsPath().c_str());
-            ::rmdir(settingsPath().substr(0, settingsPath().rfind('/')).c_str());
-        });
-        return file;
-    }();
-    return path;
+    static const ScratchSettings scratch;
+    return scratch.path;
 }
 
 }  // namespace
