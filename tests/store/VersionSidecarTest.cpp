@@ -95,7 +95,6 @@ INSTANTIATE_TEST_SUITE_P(
         RefusedSidecar{"negative size", "48213", "-1"},
         RefusedSidecar{"size beyond any integer", "48213", "1e300"},
         RefusedSidecar{"fractional size", "48213", "48213.5"},
-        RefusedSidecar{"format beyond any integer", "\"version\": 1", "\"version\": -1e300"},
         RefusedSidecar{"unknown method", "\"cloned\"", "\"teleported\""},
         RefusedSidecar{"newer format", "\"version\": 1", "\"version\": 2"},
         RefusedSidecar{"relative original path", "\"/home/ana", "\"home/ana"}),
