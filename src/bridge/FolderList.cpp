@@ -10,6 +10,7 @@
 #include "platform/AtomicFile.h"
 #include "platform/DisplayName.h"
 #include "platform/FileSystemError.h"
+#include "platform/JsonInteger.h"
 #include "platform/PathJson.h"
 #include "platform/PathNames.h"
 
@@ -49,8 +50,12 @@ WatchedFolder decode(const nlohmann::json& json) {
                                      ", neither a number of bytes from 1000000 up nor \"unlimited\"");
         }
     }
-    folder.device = json.value("st_dev", std::uint64_t(0));
-    folder.inode = json.value("st_ino", std::uint64_t(0));
+    for (auto [key, field] : {std::pair{"st_dev", &folder.device}, std::pair{"st_ino", &folder.inode}}) {
+        if (!json.contains(key)) continue;
+        auto number = jsonInteger<std::uint64_t>(json.at(key));
+        if (!number) throw std::invalid_argument(std::string(key) + " is not a device or inode number");
+        *field = *number;
+    }
     return folder;
 }
 
@@ -67,6 +72,10 @@ FolderList::Contents FolderList::load() {
         throw FolderListError(FolderListError::Kind::malformedList,
                               "Cannot read the folder list " + path_ + ": " + error.what());
     }
+    return parse(text, path_);
+}
+
+FolderList::Contents FolderList::parse(std::string_view text, const std::string& path) {
     try {
         auto json = nlohmann::json::parse(text);
         Contents contents;
@@ -76,7 +85,7 @@ FolderList::Contents FolderList::load() {
         return contents;
     } catch (const std::exception& error) {
         throw FolderListError(FolderListError::Kind::malformedList,
-                              "The folder list " + path_ + " is damaged (" + error.what() +
+                              "The folder list " + path + " is damaged (" + error.what() +
                                   "); fix or move it aside, nothing was changed");
     }
 }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "bridge/WatchedFolder.h"
@@ -38,11 +39,15 @@ public:
     void remove(const std::string& id, bool keepHistory);
     std::vector<WatchedFolder> retired();
 
-private:
     struct Contents {
         std::vector<WatchedFolder> folders;
         std::vector<WatchedFolder> retired;
     };
+    // The bytes of a folder list; `path` only names it in the message of the
+    // FolderListError::malformedList thrown for anything this class does not write.
+    static Contents parse(std::string_view text, const std::string& path);
+
+private:
     Contents load();
     void save(const Contents& contents);
     std::string canonical(const std::string& path);

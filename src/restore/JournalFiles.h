@@ -8,6 +8,7 @@
 #include "platform/FileSystemError.h"
 #include "platform/Logger.h"
 #include "platform/PathNames.h"
+#include "restore/JournalError.h"
 
 namespace vosklin {
 
@@ -33,13 +34,17 @@ std::vector<std::pair<std::string, Journal>> readJournals(FileSystem& fileSystem
             continue;
         }
         if (!entry.name.starts_with(prefix) || pathExtension(entry.name) != "json") continue;
+        std::string problem;
         try {
             journals.emplace_back(path, Journal::read(fileSystem, path));
-        } catch (const std::exception& error) {
-            logger.error("A journal could not be read (" + std::string(error.what()) + "); set aside as " + entry.name +
-                         ".damaged");
-            fileSystem.rename(path, path + ".damaged");
+            continue;
+        } catch (const JournalError& error) {
+            problem = error.what();
+        } catch (const FileSystemError& error) {
+            problem = error.what();
         }
+        logger.error("A journal could not be read (" + problem + "); set aside as " + entry.name + ".damaged");
+        fileSystem.rename(path, path + ".damaged");
     }
     return journals;
 }

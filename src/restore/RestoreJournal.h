@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "platform/FileSystem.h"
@@ -31,6 +32,9 @@ struct RestoreJournal {
 
     std::string fileName() const { return "restore-" + id + ".json"; }
     void write(FileSystem& fileSystem, const std::string& journalDirectory) const;
+    // Reads what write wrote. Throws JournalError on any other bytes, and
+    // FileSystemError (read only) when the file cannot be read.
+    static RestoreJournal decode(std::string_view text);
     static RestoreJournal read(FileSystem& fileSystem, const std::string& path);
 };
 

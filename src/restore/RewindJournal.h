@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "platform/FileSystem.h"
@@ -36,6 +37,9 @@ struct RewindJournal {
 
     std::string fileName() const { return "rewind-" + id + ".json"; }
     void write(FileSystem& fileSystem, const std::string& journalDirectory) const;
+    // Reads what write wrote. Throws JournalError on any other bytes, and
+    // FileSystemError (read only) when the file cannot be read.
+    static RewindJournal decode(std::string_view text);
     static RewindJournal read(FileSystem& fileSystem, const std::string& path);
 };
 

@@ -6,6 +6,7 @@
 
 #include "platform/AtomicFile.h"
 #include "platform/Instant.h"
+#include "platform/JsonInteger.h"
 #include "platform/PathJson.h"
 #include "platform/PathNames.h"
 
@@ -31,6 +32,12 @@ bool isDigest(std::string_view text) {
            std::all_of(text.begin(), text.end(), [](char c) { return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'f'); });
 }
 
+template <class T>
+T integerAt(const nlohmann::json& json, const char* key) {
+    if (auto number = jsonInteger<T>(json.at(key))) return *number;
+    throw SidecarError(std::string(key) + " is not an integer in range");
+}
+
 // What a rebuilt catalog will trust is checked here: the payload's name must
 // stay inside its slot, and the digest must be one a payload can have.
 void requireSound(const VersionSidecar& sidecar) {
@@ -50,13 +57,13 @@ VersionSidecar VersionSidecar::decode(std::string_view text) {
     try {
         auto json = nlohmann::json::parse(text);
         VersionSidecar sidecar;
-        sidecar.version = json.at("version").get<int>();
+        sidecar.version = integerAt<int>(json, "version");
         sidecar.originalPath = getPath(json, "originalPath");
         auto instant = parseInstant(json.at("capturedAt").get<std::string>());
         if (!instant) throw SidecarError("capturedAt is not an ISO 8601 instant");
         sidecar.capturedAt = *instant;
         sidecar.digest = json.at("digest").get<std::string>();
-        sidecar.logicalBytes = json.at("logicalBytes").get<std::int64_t>();
+        sidecar.logicalBytes = integerAt<std::int64_t>(json, "logicalBytes");
         const std::string method = json.at("method").get<std::string>();
         sidecar.method = cloneMethodFromString(method);
         if (toString(sidecar.method) != method) throw SidecarError("Unknown method \"" + method + "\"");

@@ -205,7 +205,9 @@ TEST_F(FolderListTest, DamagedListIsRefusedAndNeverOverwritten) {
     for (const std::string& damaged :
          {std::string("{\"folders\": [ {\"id\": \"A\", \"pa"), std::string("{\"folders\": 3}"), std::string("[]"),
           std::string("{\"folders\": [{\"path\": \"/no/id\"}]}"), withBudget("-5"), withBudget("1e30"),
-          withBudget("18446744073709551615"), withBudget("\"lots\""), withBudget("20"), withBudget("[1]")}) {
+          withBudget("18446744073709551615"), withBudget("\"lots\""), withBudget("20"), withBudget("[1]"),
+          std::string("{\"folders\": [{\"id\": \"A\", \"path\": \"/srv/x\", \"st_dev\": 1e300}]}"),
+          std::string("{\"folders\": [{\"id\": \"A\", \"path\": \"/srv/x\", \"st_ino\": -1.5}]}")}) {
         SCOPED_TRACE(damaged);
         if (damaged.find("budgetBytes") != std::string::npos) {
             config.write("vosklin/folders.json", damaged);

@@ -144,6 +144,10 @@ TEST_F(RestoreServiceTest, RecoveryEndsAnInterruptedRestore) {
     journal.write(f.stack.fileSystem, f.stack.layout.journalDirectory());
     test::writeFile(*journal.scratchPath, "half a copy");
     test::writeFile(f.stack.layout.journalDirectory() + "/restore-broken.json", "{ not json");
+    // Its end would be recorded outside the journal directory: refused, not acted on.
+    std::string escaping = readFile(f.stack.layout.journalDirectory() + "/" + journal.fileName());
+    escaping.replace(escaping.find("\"J1\""), 4, "\"x/y\"");
+    test::writeFile(f.stack.layout.journalDirectory() + "/restore-escaping.json", escaping);
 
     auto found = f.service.recoverInterrupted();
     ASSERT_EQ(found.size(), 1u);
@@ -155,6 +159,7 @@ TEST_F(RestoreServiceTest, RecoveryEndsAnInterruptedRestore) {
     EXPECT_NE(manifest.find("\"recoveredAt\""), std::string::npos) << manifest;
     EXPECT_TRUE(f.stack.logger.contains("Found 1 interrupted restore(s) from a previous run"));
     EXPECT_TRUE(fs::exists(f.stack.layout.journalDirectory() + "/restore-broken.json.damaged"));
+    EXPECT_TRUE(fs::exists(f.stack.layout.journalDirectory() + "/restore-escaping.json.damaged"));
     EXPECT_TRUE(f.service.recoverInterrupted().empty()) << "nothing left for the next start";
 }
 

@@ -93,6 +93,8 @@ INSTANTIATE_TEST_SUITE_P(
         RefusedSidecar{"short digest", std::string(64, 'a'), std::string(63, 'a')},
         RefusedSidecar{"upper-case digest", std::string(64, 'a'), std::string(64, 'A')},
         RefusedSidecar{"negative size", "48213", "-1"},
+        RefusedSidecar{"size beyond any integer", "48213", "1e300"},
+        RefusedSidecar{"fractional size", "48213", "48213.5"},
         RefusedSidecar{"unknown method", "\"cloned\"", "\"teleported\""},
         RefusedSidecar{"newer format", "\"version\": 1", "\"version\": 2"},
         RefusedSidecar{"relative original path", "\"/home/ana", "\"home/ana"}),
