@@ -2,6 +2,7 @@
 // them, through every route into a real home with a watched folder and history.
 // The first byte picks the route; the rest is the body. A body may be refused with a
 // 4xx, never answered with a 5xx: that would mean something escaped the field checks.
+// libFuzzer dictionary: api.dict
 #include <sys/stat.h>
 #include <unistd.h>
 
