@@ -115,13 +115,10 @@ std::optional<std::int64_t> ApiRequest::identifier(const std::string& key) const
     if (found == body_.end() || found->is_null()) return std::nullopt;
     if (found->is_string()) {
         const std::string& digits = found->get_ref<const std::string&>();
-        std::int64_t value = 0;
-        bool ok = !digits.empty() && digits.size() <= 18;
-        for (char c : digits) {
-            if (c < '0' || c > '9') ok = false;
-            else value = value * 10 + (c - '0');
-        }
-        if (ok && value > 0) return value;
+        // Eighteen digits at most, all checked before any arithmetic: no overflow to think about.
+        const bool plain = !digits.empty() && digits.size() <= 18 &&
+                           digits.find_first_not_of("0123456789") == std::string::npos;
+        if (plain && std::stoll(digits) > 0) return std::stoll(digits);
         refuse(key, "a positive whole number");
     }
     return integer(key, 1, INT64_MAX);

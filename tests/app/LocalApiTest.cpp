@@ -151,6 +151,7 @@ TEST_F(LocalApiTest, MalformedBodiesAreRefusedWithoutHarm) {
         R"({"timeout": "x"})", R"({"timeout": 1e300})", R"({"timeout": -1})",
         R"({"version": "x"})", R"({"version": 1e300})", R"({"version": 18446744073709551615})",
         R"({"version": -9223372036854775808})", R"({"version": true})", R"({"version": "99999999999999999999"})",
+        R"({"version": "2-9223372036854775808"})",
         R"({"version": 1, "inPlace": "yes"})", R"({"previous": 5})", R"({"previous": "/nowhere/x"})",
         "{\"folder\": " + folder + ", \"moment\": 5}",
         "{\"folder\": " + folder + ", \"moment\": \"x\", \"name\": {\"x\": 1}}",
