@@ -9,6 +9,7 @@
 #include "restore/JournalError.h"
 #include "restore/RestoreJournal.h"
 #include "restore/RewindJournal.h"
+#include "support/EditedText.h"
 
 namespace vosklin {
 namespace {
@@ -42,15 +43,9 @@ TEST(JournalDecodeTest, TheGoodTextsBelowAreRead) {
 
 TEST_P(JournalRefusalTest, Refuses) {
     const auto& refused = GetParam();
-    std::string text = *refused.good;
-    if (refused.from.empty()) {
-        text = refused.to;
-    } else {
-        const auto at = text.find(refused.from);
-        ASSERT_NE(at, std::string::npos) << refused.from << " in\n" << text;
-        text.replace(at, refused.from.size(), refused.to);
-    }
-    EXPECT_THROW(refused.decode(text), JournalError) << text;
+    const auto text = test::editedText(*refused.good, refused.from, refused.to);
+    ASSERT_TRUE(text) << refused.from;
+    EXPECT_THROW(refused.decode(*text), JournalError) << *text;
 }
 
 INSTANTIATE_TEST_SUITE_P(

@@ -4,6 +4,7 @@
 
 #include <filesystem>
 
+#include "support/EditedText.h"
 #include "support/FaultyFileSystem.h"
 #include "support/TempDirectory.h"
 
@@ -70,15 +71,9 @@ class SidecarDecoderRefusalTest : public ::testing::TestWithParam<RefusedSidecar
 
 TEST_P(SidecarDecoderRefusalTest, Refuses) {
     const auto& refused = GetParam();
-    std::string text = sample().encode();
-    if (refused.from.empty()) {
-        text = refused.to;
-    } else {
-        const auto at = text.find(refused.from);
-        ASSERT_NE(at, std::string::npos) << refused.from << " in\n" << text;
-        text.replace(at, refused.from.size(), refused.to);
-    }
-    EXPECT_THROW(VersionSidecar::decode(text), SidecarError) << refused.why << ":\n" << text;
+    const auto text = test::editedText(sample().encode(), refused.from, refused.to);
+    ASSERT_TRUE(text) << refused.from;
+    EXPECT_THROW(VersionSidecar::decode(*text), SidecarError) << refused.why << ":\n" << *text;
 }
 
 INSTANTIATE_TEST_SUITE_P(
