@@ -53,8 +53,10 @@ RestoreJournal RestoreJournal::decode(std::string_view text) {
         auto started = parseInstant(json.at("startedAt").get<std::string>());
         if (!started) throw JournalError("startedAt is not an instant");
         journal.startedAt = *started;
-        journal.mode = json.at("mode").get<std::string>() == "replaceInPlace" ? RestoreMode::replaceInPlace
-                                                                               : RestoreMode::copyBeside;
+        // Recovery acts on the mode, so a mode it does not know is damage, not a guess.
+        const std::string mode = json.at("mode").get<std::string>();
+        if (mode != "replaceInPlace" && mode != "copyBeside") throw JournalError("mode '" + mode + "' is unknown");
+        journal.mode = mode == "replaceInPlace" ? RestoreMode::replaceInPlace : RestoreMode::copyBeside;
         journal.payloadPath = getPath(json, "payloadPath");
         journal.destinationPath = getPath(json, "destinationPath");
         if (json.contains("scratchPath")) journal.scratchPath = getPath(json, "scratchPath");

@@ -60,6 +60,7 @@ INSTANTIATE_TEST_SUITE_P(
         RefusedJournal{"restore format beyond any integer", decodeRestore, &goodRestore, "\"version\": 1",
                        "\"version\": 1e300"},
         RefusedJournal{"restore version id beyond any integer", decodeRestore, &goodRestore, "41", "-1e300"},
+        RefusedJournal{"restore mode unknown", decodeRestore, &goodRestore, "\"replaceInPlace\"", "\"sideways\""},
         RefusedJournal{"restore instant", decodeRestore, &goodRestore, "2026-03-01T14:32:05Z", "teatime"},
         RefusedJournal{"restore path bytes not hex", decodeRestore, &goodRestore, "\"payloadPath\"",
                        "\"payloadPathBytes\": \"zz\", \"payloadPath\""},
