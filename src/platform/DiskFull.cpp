@@ -1,11 +1,10 @@
-#include "platform/DisplayName.h"
 #include "platform/DiskFull.h"
 
 #include <sys/stat.h>
 
 #include <cerrno>
 
-#include "platform/PathJson.h"
+#include "platform/DisplayName.h"
 #include "platform/PathNames.h"
 
 namespace vosklin {
