@@ -81,6 +81,25 @@ std::optional<std::vector<std::string>> Settings::strings(const std::string& key
     return found->get<std::vector<std::string>>();
 }
 
+std::optional<std::string> Settings::text(const std::string& key) {
+    std::lock_guard guard(lock_);
+    auto json = load();
+    auto found = json.find(key);
+    if (found == json.end() || found->is_null()) return std::nullopt;
+    if (!found->is_string()) {
+        logMalformedOnce(key, "not a text");
+        return std::nullopt;
+    }
+    return found->get<std::string>();
+}
+
+nlohmann::json Settings::raw(const std::string& key) {
+    std::lock_guard guard(lock_);
+    auto json = load();
+    auto found = json.find(key);
+    return found == json.end() ? nlohmann::json() : *found;
+}
+
 void Settings::set(const std::string& key, const nlohmann::json& value) {
     std::lock_guard guard(lock_);
     bool damaged = false;

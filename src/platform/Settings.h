@@ -34,6 +34,9 @@ public:
     std::optional<double> number(const std::string& key);
     std::optional<bool> flag(const std::string& key);
     std::optional<std::vector<std::string>> strings(const std::string& key);
+    std::optional<std::string> text(const std::string& key);
+    // The key's value as stored, whatever its type (null when absent), for showing it.
+    nlohmann::json raw(const std::string& key);
 
     // Sets one key, keeping the others; a null value removes the key. A
     // settings file that cannot be read or parsed is refused (std::runtime_error)
