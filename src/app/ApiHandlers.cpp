@@ -2,7 +2,10 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
+#include <limits>
+#include <map>
 
 #include "app/ApiRequest.h"
 #include "app/JsonRecords.h"
@@ -14,6 +17,8 @@
 #include "platform/Instant.h"
 #include "platform/PathJson.h"
 #include "platform/StringTable.h"
+#include "retention/HistoryEraser.h"
+#include "retention/StorageBudget.h"
 
 namespace vosklin {
 
@@ -142,6 +147,91 @@ nlohmann::json ApiHandlers::star(const ApiRequest& request, bool starred) {
     return {{"id", *id}, {"isStarred", starred}};
 }
 
+nlohmann::json ApiHandlers::prune(const ApiRequest& request) {
+    const bool dryRun = request.flag("dryRun").value_or(false);
+    if (!context_.storeExists()) return {{"ran", false}, {"dryRun", dryRun}};
+    const auto report = context_.pruneAllPass().run(context_.clock().now(), dryRun);
+    nlohmann::json folders = nlohmann::json::array();
+    for (const auto& entry : report.folders) {
+        nlohmann::json folder = {{"folderID", entry.folder.id},
+                                 {"prunedCount", entry.result.removedCount},
+                                 {"freedBytes", entry.result.freedBytes},
+                                 {"overBudget", entry.result.overBudget},
+                                 {"logicalBytes", entry.logicalBytes},
+                                 {"budget", StorageBudget::describe(entry.folder.budget)},
+                                 {"budgetBytes", entry.budgetBytes ? nlohmann::json(*entry.budgetBytes) : nlohmann::json()},
+                                 {"expiredMarkCount", entry.result.markCount}};
+        putPath(folder, "path", entry.folder.path);
+        if (entry.failure) folder["failure"] = *entry.failure;
+        folders.push_back(folder);
+    }
+    return {{"ran", report.ran},
+            {"dryRun", report.dryRun},
+            {"prunedCount", report.removedCount},
+            {"freedBytes", report.freedBytes},
+            {"orphanSlotCount", report.sweep.slotsRemoved},
+            {"orphanBytes", report.sweep.bytesRemoved},
+            {"stagingItemCount", report.sweep.stagingItemsRemoved},
+            {"folders", folders}};
+}
+
+nlohmann::json ApiHandlers::erase(const ApiRequest& request) {
+    if (!context_.storeExists()) throw ApiError(404, "Vosklin has no history yet");
+    auto& catalog = context_.catalog();
+    std::vector<HistoryEraser::Selection> selections;
+    std::string folderID;
+    std::string scope = "version";
+    if (auto path = request.path("path")) {
+        auto found = context_.folders().folderContaining(*path);
+        if (!found || found->second.empty())
+            throw ApiError(404, DisplayName::of(*path) + " is not inside a watched folder");
+        auto file = catalog.fileAtPath(found->first.id, found->second);
+        if (!file) throw ApiError(404, "Vosklin has no history of " + DisplayName::of(*path));
+        auto versions = catalog.versionsOfFile(file->id, std::numeric_limits<std::int64_t>::max());
+        const auto count = std::int64_t(versions.size());
+        folderID = file->folderID;
+        selections.push_back({*file, std::move(versions), count});
+        scope = "file";
+    } else {
+        const auto ids = request.identifiers("versions", 100'000);
+        if (!ids || ids->empty()) throw ApiError(400, "The request names no versions to delete");
+        std::map<std::int64_t, std::size_t> byFile;
+        for (std::int64_t id : *ids) {
+            auto version = catalog.version(id);
+            if (!version) throw ApiError(404, "There is no version " + std::to_string(id));
+            auto known = byFile.find(version->fileID);
+            if (known == byFile.end()) {
+                auto file = catalog.requireFile(version->fileID);
+                if (!folderID.empty() && file.folderID != folderID)
+                    throw ApiError(400, "Those versions belong to different folders; delete them one folder at a time");
+                folderID = file.folderID;
+                known = byFile.emplace(version->fileID, selections.size()).first;
+                selections.push_back({file, {}, catalog.versionCount(file.id)});
+            }
+            auto& chosen = selections[known->second].versions;
+            if (std::none_of(chosen.begin(), chosen.end(), [&](const auto& v) { return v.id == id; }))
+                chosen.push_back(*version);
+        }
+    }
+    HistoryEraser eraser(catalog, context_.layout(), context_.logger());
+    const auto preview = eraser.preview(folderID, selections);
+    nlohmann::json answer = {{"versionCount", preview.versionCount},
+                             {"reclaimableBytes", preview.reclaimableBytes},
+                             {"includesStarred", preview.includesStarred},
+                             {"includesUndoCopy", preview.includesUndoCopy},
+                             {"erasesLastCopyOfDeletedFile", preview.erasesLastCopyOfDeletedFile},
+                             {"erasesWholeLiveFile", preview.erasesWholeLiveFile},
+                             {"vanishingMomentNames", preview.vanishingMomentNames},
+                             {"scope", scope},
+                             {"folderID", folderID}};
+    nlohmann::json ids = nlohmann::json::array();
+    for (const auto& selection : selections)
+        for (const auto& version : selection.versions) ids.push_back(version.id);
+    answer["versionIDs"] = ids;
+    if (!request.flag("dryRun").value_or(false)) answer["deletedCount"] = eraser.erase(folderID, selections);
+    return answer;
+}
+
 ApiResponse ApiHandlers::answer(const std::string& name, const std::string& body) {
     try {
         return {200, dispatch(name, ApiRequest::parse(body))};
@@ -219,8 +309,13 @@ nlohmann::json ApiHandlers::dispatch(const std::string& name, const ApiRequest& 
     }
     if (name == "name" || name == "unname") return mark(request, name == "name");
     if (name == "star" || name == "unstar") return star(request, name == "star");
-    if (name == "restore") return restore(request);
-    if (name == "rewind") return rewind(request);
+    if (name == "restore" || name == "rewind" || name == "prune" || name == "delete") {
+        std::lock_guard guard(historyLock_);
+        if (name == "restore") return restore(request);
+        if (name == "rewind") return rewind(request);
+        if (name == "prune") return prune(request);
+        return erase(request);
+    }
     throw ApiError(404, "Unknown request '" + name + "'");
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <nlohmann/json.hpp>
+#include <mutex>
 #include <stdexcept>
 #include <string>
 
@@ -43,7 +44,14 @@ class ApiRequest;
 //             "planFingerprint": optional, of the plan the user saw} -> the rewind report;
 //             409 when the plan made now is not the one seen
 //   restore  {"version": id, "inPlace": bool} or {"previous": path} -> {"mode", "restoredPath", "preRestoreVersionID"}
+//   prune    {"dryRun": bool}             -> the pass's totals and each folder's ("ran": false when one was running)
+//   delete   {"versions": [ids]} or {"path": a file's path, for its whole history}, "dryRun": bool
+//            -> the preview ("versionCount", "reclaimableBytes", the flags, "vanishingMomentNames"),
+//               "versionIDs" and "scope" ("version" or "file"); after an erase also "deletedCount"
 //
+// Changes to history (restore, rewind, prune, delete) run one at a time: a
+// pass must not remove a version a rewind is about to read, and the eraser's
+// staged ids must not interleave.
 // With an engine (in the daemon) work goes through it; without one it runs in
 // this process. Failures are thrown as ApiError. Bodies are read through
 // ApiRequest, so a field of the wrong type or range is a 400 naming the field.
@@ -64,9 +72,12 @@ private:
     nlohmann::json star(const ApiRequest& request, bool starred);
     nlohmann::json restore(const ApiRequest& request);
     nlohmann::json rewind(const ApiRequest& request);
+    nlohmann::json prune(const ApiRequest& request);
+    nlohmann::json erase(const ApiRequest& request);
 
     AppContext& context_;
     CaptureEngine* engine_;
+    std::mutex historyLock_;
 };
 
 }  // namespace vosklin

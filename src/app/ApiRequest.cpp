@@ -124,4 +124,18 @@ std::optional<std::int64_t> ApiRequest::identifier(const std::string& key) const
     return integer(key, 1, INT64_MAX);
 }
 
+std::optional<std::vector<std::int64_t>> ApiRequest::identifiers(const std::string& key, std::size_t most) const {
+    auto found = body_.find(key);
+    if (found == body_.end() || found->is_null()) return std::nullopt;
+    if (!found->is_array()) refuse(key, "a list of positive whole numbers");
+    if (found->size() > most) refuse(key, "a list of at most " + std::to_string(most) + " ids");
+    std::vector<std::int64_t> ids;
+    for (const auto& element : *found) {
+        const auto id = ApiRequest(nlohmann::json{{key, element}}).identifier(key);
+        if (!id) refuse(key, "a list of positive whole numbers");
+        ids.push_back(*id);
+    }
+    return ids;
+}
+
 }  // namespace vosklin

@@ -4,6 +4,7 @@
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace vosklin {
 
@@ -33,6 +34,8 @@ public:
     std::optional<double> number(const std::string& key, double least, double most) const;
     // An integer, or decimal digits in a string ("12"), as people and programs send ids.
     std::optional<std::int64_t> identifier(const std::string& key) const;
+    // A list of identifiers, each read as identifier() reads one; at most `most` of them.
+    std::optional<std::vector<std::int64_t>> identifiers(const std::string& key, std::size_t most) const;
 
     const nlohmann::json& json() const { return body_; }
 

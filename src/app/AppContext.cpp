@@ -105,6 +105,11 @@ RewindService& AppContext::rewindService() {
     return *rewind_;
 }
 
+PruneAllPass& AppContext::pruneAllPass() {
+    if (!prune_) prune_ = std::make_unique<PruneAllPass>(catalog(), layout_, folders_, settings_, fileSystem_, logger_);
+    return *prune_;
+}
+
 ReconciliationCrawler AppContext::makeCrawler() {
     walker_ = std::make_unique<FolderWalker>(fileSystem_, excludeRules(), packageKinds());
     return ReconciliationCrawler(catalog(), captureService(), *walker_, fileSystem_, clock_, logger_);

@@ -15,6 +15,7 @@
 #include "platform/Settings.h"
 #include "restore/RestoreService.h"
 #include "restore/RewindService.h"
+#include "retention/PruneAllPass.h"
 #include "store/PayloadCloner.h"
 #include "store/PayloadDigest.h"
 #include "store/PayloadWriter.h"
@@ -59,6 +60,8 @@ public:
     PayloadCloner& cloner();
     RestoreService& restoreService();
     RewindService& rewindService();
+    // One per process, so that a second pass asked for while one runs does nothing.
+    PruneAllPass& pruneAllPass();
     // A crawler with the current exclusion and package settings.
     ReconciliationCrawler makeCrawler();
     ExcludeRules excludeRules();
@@ -82,6 +85,7 @@ private:
     std::unique_ptr<FolderWalker> walker_;
     std::unique_ptr<RestoreService> restore_;
     std::unique_ptr<RewindService> rewind_;
+    std::unique_ptr<PruneAllPass> prune_;
 };
 
 }  // namespace vosklin

@@ -9,7 +9,9 @@
 #include "app/CommandError.h"
 #include "app/DaemonClient.h"
 #include "app/DaemonEndpoint.h"
+#include "app/RetentionCommand.h"
 #include "app/RewindCommand.h"
+#include "app/SettingsCommand.h"
 #include "app/RunCommand.h"
 #include "app/DiffCommand.h"
 #include "app/FolderCommand.h"
@@ -167,6 +169,42 @@ int CommandLine::run(int argc, char** argv) {
     undoRewind->add_flag("--dry-run", dryRun, "Only show what would change");
     undoRewind->add_flag("-y,--yes", yes, "Do not ask for confirmation");
 
+    auto prune = app.add_subcommand("prune", "Thin old history now and give back what is over each folder's budget");
+    prune->add_flag("--dry-run", dryRun, "Only count what would go");
+    addJson(prune);
+    prune->footer("History is thinned with age: every version of the last day, one per hour for a week, one per\n"
+                  "day for a month, one per week up to the horizon ('vosklin settings vosklin.historyHorizon'),\n"
+                  "nothing older. Never removed: the newest 10 versions of a file, anything under an hour old,\n"
+                  "starred and snapshot versions, named moments, the last copy of a deleted file. A folder over\n"
+                  "its budget is thinned further, oldest first, but never below that. The daemon does this every\n"
+                  "6 hours by itself.");
+
+    std::vector<std::string> deleteVersions;
+    std::optional<std::string> deleteAll;
+    auto erase = app.add_subcommand("delete", "Delete versions, or a file's whole history, for good");
+    erase->add_option("VERSION", deleteVersions, "The versions' ids (as 'vosklin versions' lists them)");
+    erase->add_option("--all", deleteAll, "Delete every version of the file at PATH")->option_text("PATH");
+    erase->add_flag("--dry-run", dryRun, "Only show what would be lost");
+    erase->add_flag("-y,--yes", yes, "Do not ask for confirmation");
+    addJson(erase);
+    erase->footer("Shows what goes first (how many versions, the space given back, and whether starred versions,\n"
+                  "undo copies, named moments or the last copy of a deleted file go with them) and asks on a\n"
+                  "terminal. The file itself is never touched.");
+
+    std::optional<std::string> usageFolder;
+    auto usage = app.add_subcommand("usage", "How much disk each folder's history takes, against its budget");
+    usage->add_option("FOLDER", usageFolder, "Only this folder (its path or id)");
+    addJson(usage);
+
+    std::optional<std::string> settingKey;
+    std::vector<std::string> settingValues;
+    bool resetSetting = false;
+    auto settingsCommand = app.add_subcommand("settings", "Show or change Vosklin's settings");
+    settingsCommand->add_option("KEY", settingKey, "A setting, such as vosklin.historyHorizon (or historyHorizon)");
+    settingsCommand->add_option("VALUE", settingValues, "Its new value (a list takes several)");
+    settingsCommand->add_flag("--reset", resetSetting, "Put the setting back to its default");
+    addJson(settingsCommand);
+
     std::vector<std::string> runFolders;
     bool background = false;
     auto runDaemon = app.add_subcommand("run", "Record the watched folders live until stopped (the daemon)");
@@ -259,6 +297,11 @@ int CommandLine::run(int argc, char** argv) {
         if (rewind->parsed()) return RewindCommand(context, out_, err_).rewind(folderName, momentText, dryRun, yes);
         if (undoRewind->parsed()) return RewindCommand(context, out_, err_).undo(folderName, dryRun, yes);
         if (diff->parsed()) return DiffCommand(context, out_, 1).run(versionID, otherVersion, json);
+        RetentionCommand retention(context, out_, err_);
+        if (prune->parsed()) return retention.prune(dryRun, json);
+        if (erase->parsed()) return retention.erase(deleteVersions, deleteAll, dryRun, yes, json);
+        if (usage->parsed()) return retention.usage(usageFolder, json);
+        if (settingsCommand->parsed()) return SettingsCommand(context, out_).run(settingKey, settingValues, resetSetting, json);
     } catch (const CatalogError& error) {
         if (error.kind() == CatalogError::Kind::storeIsNewerThanTheApp) {
             err_ << "vosklin: the store was written by a newer Vosklin (schema " << error.storeVersion()

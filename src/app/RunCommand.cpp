@@ -11,6 +11,7 @@
 #include "app/DaemonEndpoint.h"
 #include "app/LocalApiServer.h"
 #include "app/LocalSocketServer.h"
+#include "app/PruneTimer.h"
 #include "bridge/FolderAdmission.h"
 #include "bridge/FolderListError.h"
 #include "capture/CaptureEngine.h"
@@ -97,6 +98,8 @@ int RunCommand::run(const std::vector<std::string>& folders, bool background) {
         throw CommandError(std::string("The daemon's API could not start: ") + error.what());
     }
     endpoint.publish(context_.fileSystem(), container);
+    PruneTimer pruneTimer(handlers, *engine, context_.logger());
+    pruneTimer.start();
 
     std::size_t recording = 0;
     for (const auto& folder : context_.folders().folders())
@@ -112,6 +115,7 @@ int RunCommand::run(const std::vector<std::string>& folders, bool background) {
     sigwait(&signals, &signal);
     context_.logger().info(std::string("Stopping on ") + (signal == SIGINT ? "SIGINT" : signal == SIGHUP ? "SIGHUP" : "SIGTERM"));
     DaemonEndpoint::withdraw(context_.fileSystem(), container);
+    pruneTimer.stop();
     socketServer.stop();
     server.stop();
     engine->stop();

@@ -3,6 +3,7 @@
 #include <set>
 
 #include "capture/SettleGate.h"
+#include "platform/FileLock.h"
 #include "platform/FileSystemError.h"
 #include "platform/PathNames.h"
 #include "store/CloneError.h"
@@ -201,7 +202,15 @@ void CaptureService::captureRun(const std::vector<CaptureRequest>& requests, con
         return;
     }
 
-    // Phase 2: payloads, digests, sidecars.
+    // Phase 2: payloads, digests, sidecars. Until their rows are recorded the
+    // new slots belong to no version: the orphan sweep must wait.
+    std::optional<FileLock> slotLock;
+    try {
+        slotLock.emplace(FileLock::acquire(layout_.slotLockPath(), FileLock::Mode::shared));
+    } catch (...) {
+        for (const auto& candidate : candidates) results[candidate.resultIndex].error = std::current_exception();
+        return;
+    }
     std::vector<Candidate*> prepared;
     for (auto& candidate : candidates) {
         try {

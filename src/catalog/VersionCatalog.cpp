@@ -406,6 +406,29 @@ std::vector<std::string> VersionCatalog::slotsOfFolder(const std::string& folder
     return slotsOfFolderLocked(folderID);
 }
 
+std::int64_t VersionCatalog::versionCount(std::int64_t fileID) {
+    Guard guard(lock_);
+    return database_.scalar("SELECT COUNT(*) FROM versions WHERE file_id = ?", {integer(fileID)});
+}
+
+std::vector<std::string> VersionCatalog::slotsOfFile(std::int64_t fileID) {
+    Guard guard(lock_);
+    std::vector<std::string> slots;
+    database_.query("SELECT slot FROM versions WHERE file_id = ?", {integer(fileID)},
+                    [&](const DatabaseRow& row) { slots.push_back(row.text(0)); });
+    return slots;
+}
+
+std::vector<std::string> VersionCatalog::misfiledSlots() {
+    Guard guard(lock_);
+    std::vector<std::string> slots;
+    database_.query(
+        "SELECT slot FROM (SELECT slot, 'versions/' || printf('%02x', file_id & 255) || '/' || file_id || '/' AS home "
+        "FROM versions) WHERE substr(slot, 1, length(home)) != home",
+        {}, [&](const DatabaseRow& row) { slots.push_back(row.text(0)); });
+    return slots;
+}
+
 void VersionCatalog::stageLocked(const std::vector<std::int64_t>& versionIDs) {
     database_.execute("CREATE TEMP TABLE IF NOT EXISTS staged_ids (id INTEGER PRIMARY KEY); DELETE FROM staged_ids;");
     for (std::int64_t id : versionIDs) database_.run("INSERT OR IGNORE INTO staged_ids (id) VALUES (?)", {integer(id)});
@@ -529,6 +552,16 @@ bool VersionCatalog::anythingAt(const std::string& folderID, double instant) {
                "SELECT EXISTS (SELECT 1 FROM versions WHERE folder_id = ? AND captured_at = ?) OR EXISTS (SELECT 1 "
                "FROM file_events WHERE folder_id = ? AND at = ? AND kind IN ('deleted', 'renamed'))",
                {folderID, instant, folderID, instant}) != 0;
+}
+
+std::vector<double> VersionCatalog::changeInstants(const std::string& folderID) {
+    Guard guard(lock_);
+    std::vector<double> instants;
+    database_.query(
+        "SELECT captured_at FROM versions WHERE folder_id = ? UNION SELECT at FROM file_events WHERE folder_id = ? AND "
+        "kind IN ('deleted', 'renamed') ORDER BY 1 DESC",
+        {folderID, folderID}, [&](const DatabaseRow& row) { instants.push_back(row.real(0)); });
+    return instants;
 }
 
 std::vector<RecentFile> VersionCatalog::queryRecentFiles(const std::string& sql, const std::vector<Value>& values) {
@@ -716,15 +749,28 @@ std::vector<ContentHit> VersionCatalog::searchContents(const std::string& startM
 
 // --- Moment marks --------------------------------------------------------------
 
+namespace {
+const char* const recordMarkSql =
+    "INSERT INTO moment_marks (folder_id, at, name, kind, target_at) VALUES (?, ?, ?, ?, ?) ON "
+    "CONFLICT(folder_id, at) DO UPDATE SET name = COALESCE(excluded.name, name), kind = CASE WHEN "
+    "moment_marks.kind = 'named' OR excluded.kind = 'named' THEN 'named' WHEN moment_marks.kind = 'beforeRewind' "
+    "OR excluded.kind = 'beforeRewind' THEN 'beforeRewind' ELSE excluded.kind END, target_at = "
+    "COALESCE(excluded.target_at, target_at)";
+}  // namespace
+
 void VersionCatalog::recordMark(const MomentMark& mark) {
     Guard guard(lock_);
-    database_.run(
-        "INSERT INTO moment_marks (folder_id, at, name, kind, target_at) VALUES (?, ?, ?, ?, ?) ON "
-        "CONFLICT(folder_id, at) DO UPDATE SET name = COALESCE(excluded.name, name), kind = CASE WHEN "
-        "moment_marks.kind = 'named' OR excluded.kind = 'named' THEN 'named' WHEN moment_marks.kind = 'beforeRewind' "
-        "OR excluded.kind = 'beforeRewind' THEN 'beforeRewind' ELSE excluded.kind END, target_at = "
-        "COALESCE(excluded.target_at, target_at)",
-        markValues(mark));
+    database_.run(recordMarkSql, markValues(mark));
+}
+
+void VersionCatalog::moveMark(const MomentMark& mark, double to) {
+    Guard guard(lock_);
+    MomentMark moved = mark;
+    moved.at = to;
+    database_.transaction([&] {
+        database_.run("DELETE FROM moment_marks WHERE folder_id = ? AND at = ?", {mark.folderID, mark.at});
+        database_.run(recordMarkSql, markValues(moved));
+    });
 }
 
 void VersionCatalog::restoreMark(const MomentMark& mark) {

@@ -109,12 +109,17 @@ public:
     std::optional<StoredVersion> version(std::int64_t id);
     std::vector<StoredVersion> versionsOfFile(std::int64_t fileID, std::int64_t limit, std::int64_t offset = 0);
     std::optional<StoredVersion> newestVersion(std::int64_t fileID);
+    std::int64_t versionCount(std::int64_t fileID);
     // Every version; with `excludingStaged`, those staged by stageVersionIDs are left out.
     std::vector<StoredVersion> allVersions(bool excludingStaged = false);
     void setStarred(std::int64_t versionID, bool starred);
     bool wasEverReplaced(std::int64_t fileID);
     std::vector<std::string> allSlots();
     std::vector<std::string> slotsOfFolder(const std::string& folderID);
+    std::vector<std::string> slotsOfFile(std::int64_t fileID);
+    // Slots filed under another file's directory than their version's file. A
+    // consistent store has none; the orphan sweep must never take one for an orphan.
+    std::vector<std::string> misfiledSlots();
 
     // Deletes versions through the staged-id table, then drops the rows and
     // events of deleted files left with no version. The caller removes the slots.
@@ -135,6 +140,9 @@ public:
     std::int64_t countChanges(const std::string& folderID, double after, double upTo,
                               const std::string& extraVersionCondition = "");
     bool anythingAt(const std::string& folderID, double instant);
+    // Every distinct instant of a version or a deleted/renamed event, newest first:
+    // what moment clustering groups.
+    std::vector<double> changeInstants(const std::string& folderID);
     std::vector<RecentFile> recentFiles(const std::optional<std::string>& folderID, std::int64_t limit,
                                         bool replacedOnly);
     std::vector<RecentFile> filesByName(const std::string& folderID, const std::string& likePattern);
@@ -172,6 +180,8 @@ public:
     // The history eraser's variant: an existing beforeRewind kind and target are kept.
     void restoreMark(const MomentMark& mark);
     std::vector<MomentMark> marks(const std::string& folderID);
+    // The mark leaves its instant for `to` in one transaction, merging as recordMark does.
+    void moveMark(const MomentMark& mark, double to);
     void clearMarkName(const std::string& folderID, double at);
     void deleteMark(const std::string& folderID, double at);
 

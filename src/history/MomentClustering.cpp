@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <limits>
 #include <map>
 #include <set>
 #include <unordered_map>
@@ -93,6 +94,33 @@ std::string_view toString(FileChange::Kind kind) {
     return "";
 }
 
+std::vector<std::vector<double>> groupInstants(const std::vector<double>& instantsNewestFirst,
+                                               const std::unordered_set<double>& fences, double window) {
+    // Each group is anchored at its newest instant.
+    std::vector<std::vector<double>> groups;
+    for (double instant : instantsNewestFirst) {
+        if (!groups.empty()) {
+            const double newest = groups.back().front();
+            if (newest - instant <= window && !fences.count(newest) && !fences.count(instant)) {
+                groups.back().push_back(instant);
+                continue;
+            }
+        }
+        groups.push_back({instant});
+    }
+    return groups;
+}
+
+double momentFloor(const std::vector<double>& instantsNewestFirst, const std::unordered_set<double>& fences, double at,
+                   double window) {
+    double lowest = at;
+    for (const auto& group : groupInstants(instantsNewestFirst, fences, window))
+        if (group.back() <= at && at <= group.front()) lowest = group.back();
+    for (double instant : instantsNewestFirst)
+        if (instant < lowest) return instant;
+    return std::numeric_limits<double>::lowest();
+}
+
 std::vector<Moment> moments(const std::vector<ChangeRow>& rows, const std::vector<FileEventRow>& events,
                             const std::vector<MomentMark>& marks, double window) {
     std::unordered_set<double> fences;
@@ -115,20 +143,7 @@ std::vector<Moment> moments(const std::vector<ChangeRow>& rows, const std::vecto
     for (auto& [fileID, list] : history)
         std::stable_sort(list.begin(), list.end(),
                          [](const ChangeRow* a, const ChangeRow* b) { return a->capturedAt > b->capturedAt; });
-    const std::vector<double> instants(instantSet.begin(), instantSet.end());
-
-    // Groups of instants, each anchored at its newest.
-    std::vector<std::vector<double>> groups;
-    for (double instant : instants) {
-        if (!groups.empty()) {
-            const double newest = groups.back().front();
-            if (newest - instant <= window && !fences.count(newest) && !fences.count(instant)) {
-                groups.back().push_back(instant);
-                continue;
-            }
-        }
-        groups.push_back({instant});
-    }
+    const auto groups = groupInstants(std::vector<double>(instantSet.begin(), instantSet.end()), fences, window);
 
     std::vector<Moment> result;
     result.reserve(groups.size());

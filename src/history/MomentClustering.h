@@ -4,6 +4,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <unordered_set>
 #include <vector>
 
 #include "catalog/ChangeRow.h"
@@ -55,6 +56,15 @@ struct Session {
 constexpr double momentWindow = 60;
 constexpr double sessionGap = 2700;
 
+// Distinct instants (newest first) grouped into moments, each group newest
+// first; an instant in `fences` always stands alone.
+std::vector<std::vector<double>> groupInstants(const std::vector<double>& instantsNewestFirst,
+                                               const std::unordered_set<double>& fences, double window = momentWindow);
+// The exclusive lower bound of the moment that holds `at` (or, when no moment
+// does, of the span just below `at`): the newest instant older than the moment,
+// or the lowest double when there is none. The moment covers (floor, at].
+double momentFloor(const std::vector<double>& instantsNewestFirst, const std::unordered_set<double>& fences, double at,
+                   double window = momentWindow);
 // Moments newest first. `events` in the catalog's order (newest first, ties by newest row).
 std::vector<Moment> moments(const std::vector<ChangeRow>& rows, const std::vector<FileEventRow>& events,
                             const std::vector<MomentMark>& marks, double window = momentWindow);

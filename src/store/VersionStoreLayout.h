@@ -14,6 +14,7 @@ namespace vosklin {
 //                                             one slot: the payload and its sidecar
 //   <root>/staging/                           scratch space, cleared at will
 //   <root>/journal/                           restore and rewind journals
+//   <root>/slots.lock                         captures against the orphan sweep
 //
 // Slot names are made unique by the file system (create-if-absent), not by a
 // lock, so concurrent captures of one file never share a slot. Holds a
@@ -34,6 +35,10 @@ public:
     std::string versionsDirectory() const;
     std::string stagingDirectory() const;
     std::string journalDirectory() const;
+    // Captures hold this lock shared from making a slot until its row is
+    // recorded; the orphan sweep holds it exclusively while it removes slots,
+    // so it never takes a capture's slot for an orphan.
+    std::string slotLockPath() const;
     std::string slotDirectory(const std::string& slotRelativePath) const;
     std::string payloadPath(const std::string& slotRelativePath, const std::string& payloadName) const;
 
