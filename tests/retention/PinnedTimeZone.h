@@ -7,8 +7,8 @@
 
 namespace vosklin::test {
 
-// Sets TZ for the lifetime of the object and puts back what was there, so
-// calendar bucket keys do not depend on the machine the tests run on.
+// Sets TZ until destroyed, then puts back what was there, so calendar bucket
+// keys do not depend on the machine the tests run on.
 class PinnedTimeZone {
 public:
     explicit PinnedTimeZone(const char* zone) {
@@ -22,7 +22,6 @@ public:
     }
     PinnedTimeZone(const PinnedTimeZone&) = delete;
     PinnedTimeZone& operator=(const PinnedTimeZone&) = delete;
-
     void pin(const char* zone) {
         setenv("TZ", zone, 1);
         tzset();

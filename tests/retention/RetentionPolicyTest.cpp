@@ -48,24 +48,6 @@ struct Row {
     std::int64_t keepNewest = 10;
 };
 
-StoredVersion version(std::int64_t id, double at, const V& v = {0}) {
-    StoredVersion version;
-    version.id = id;
-    version.capturedAt = at;
-    version.isStarred = v.starred;
-    version.source = v.source;
-    version.isReplacement = v.replacement;
-    return version;
-}
-
-MomentMark mark(double at, Kind kind, std::optional<std::string> name = std::nullopt) {
-    MomentMark mark;
-    mark.at = at;
-    mark.kind = kind;
-    mark.name = std::move(name);
-    return mark;
-}
-
 std::vector<V> elevenTwoYearsOld() {
     std::vector<V> versions;
     for (int i = 0; i < 11; ++i) versions.push_back({730 * day + i * hour});
@@ -132,6 +114,8 @@ const std::vector<Row> rows = {
     {"taken before a rewind: no special standing", {{20 * day}, {20 * day + hour, false, Source::preRewind}},
      {0}, {}},
     {"untouchable up to an hour", {{hour}, {hour + 1}}, {0, 1}, {0}, {}, Horizon::year, false, false, 0},
+    {"no versions, nothing to keep", {}, {}, {}, {{day, Kind::named, "x"}, {0, Kind::beforeRewind}}, Horizon::year,
+     true, false},
 };
 
 class RetentionPolicyTest : public ::testing::Test {
@@ -146,18 +130,26 @@ TEST_F(RetentionPolicyTest, KeepsWhatTheRulesSay) {
         SCOPED_TRACE(row.what);
         std::vector<StoredVersion> versions;
         std::set<std::int64_t> kept, guarded;
-        if (row.fresh)
-            for (int i = 0; i < 10; ++i) {
-                versions.push_back(version(1001 + i, now - (2 + i) * hour));
-                kept.insert(1001 + i);
-                guarded.insert(1001 + i);
-            }
-        for (std::size_t i = 0; i < row.versions.size(); ++i)
-            versions.push_back(version(std::int64_t(i + 1), now - row.versions[i].age, row.versions[i]));
-        for (int i : row.kept) kept.insert(i + 1);
-        for (int i : row.guarded) guarded.insert(i + 1);
+        auto add = [&](std::int64_t id, const V& v, bool keep, bool guard) {
+            StoredVersion& version = versions.emplace_back();
+            version.id = id;
+            version.capturedAt = now - v.age;
+            version.isStarred = v.starred;
+            version.source = v.source;
+            version.isReplacement = v.replacement;
+            if (keep) kept.insert(id);
+            if (guard) guarded.insert(id);
+        };
+        for (int i = 0; row.fresh && i < 10; ++i) add(1001 + i, {(2 + i) * hour}, true, true);
+        for (int i = 0; i < int(row.versions.size()); ++i)
+            add(i, row.versions[std::size_t(i)], row.kept.count(i), row.guarded.count(i));
         std::vector<MomentMark> marks;
-        for (const M& m : row.marks) marks.push_back(mark(now - m.age, m.kind, m.name));
+        for (const M& m : row.marks) {
+            MomentMark& mark = marks.emplace_back();
+            mark.at = now - m.age;
+            mark.kind = m.kind;
+            mark.name = m.name;
+        }
         RetentionPolicy policy = RetentionPolicy::forHorizon(row.horizon);
         policy.alwaysKeepNewest = row.keepNewest;
         EXPECT_EQ(sorted(policy.versionsToKeep(versions, row.deleted, marks, now)), kept);
@@ -165,43 +157,31 @@ TEST_F(RetentionPolicyTest, KeepsWhatTheRulesSay) {
     }
 }
 
-TEST_F(RetentionPolicyTest, NoVersionsKeepNothing) {
-    const std::vector<MomentMark> marks = {mark(now - day, Kind::named, "x"), mark(now, Kind::beforeRewind)};
-    EXPECT_TRUE(RetentionPolicy::standard().versionsToKeep({}, true, marks, now).empty());
-    EXPECT_TRUE(RetentionPolicy::standard().protectedVersions({}, true, marks, now).empty());
-}
-
 TEST_F(RetentionPolicyTest, BucketKeysAreLocalCalendarComponents) {
+    using enum Granularity;
     const struct {
         const char* utc;
         Granularity granularity;
         const char* key;
     } cases[] = {
-        {"2025-03-01 13:05", Granularity::hourly, "h-2025-3-1-14"},
-        {"2025-03-01 23:05", Granularity::daily, "d-2025-3-2"},  // already tomorrow here
+        {"2025-03-01 13:05", hourly, "h-2025-3-1-14"},
+        {"2025-03-01 23:05", daily, "d-2025-3-2"},  // already tomorrow here
         // Spring forward: 02:00 does not exist, 01:59 is followed by 03:00.
-        {"2025-03-30 00:30", Granularity::hourly, "h-2025-3-30-1"},
-        {"2025-03-30 01:30", Granularity::hourly, "h-2025-3-30-3"},
-        {"2025-03-30 21:59", Granularity::daily, "d-2025-3-30"},
-        {"2025-03-30 22:00", Granularity::daily, "d-2025-3-31"},
+        {"2025-03-30 00:30", hourly, "h-2025-3-30-1"}, {"2025-03-30 01:30", hourly, "h-2025-3-30-3"},
+        {"2025-03-30 21:59", daily, "d-2025-3-30"}, {"2025-03-30 22:00", daily, "d-2025-3-31"},
         // Fall back: the two 02:30s, an hour apart, share a clock hour.
-        {"2025-10-26 00:30", Granularity::hourly, "h-2025-10-26-2"},
-        {"2025-10-26 01:30", Granularity::hourly, "h-2025-10-26-2"},
-        {"2025-10-26 02:30", Granularity::hourly, "h-2025-10-26-3"},
-        // ISO weeks start on Monday and belong to the year of their Thursday.
-        {"2024-12-29 12:00", Granularity::weekly, "w-2024-52"},
-        {"2024-12-29 23:30", Granularity::weekly, "w-2025-1"},  // Monday 00:30 here
-        {"2024-12-30 12:00", Granularity::weekly, "w-2025-1"},
-        {"2021-01-03 12:00", Granularity::weekly, "w-2020-53"},
-        {"2026-01-01 12:00", Granularity::weekly, "w-2026-1"},
-        {"2025-06-15 21:30", Granularity::weekly, "w-2025-24"},
-        {"2025-06-15 22:30", Granularity::weekly, "w-2025-25"},
+        {"2025-10-26 00:30", hourly, "h-2025-10-26-2"}, {"2025-10-26 01:30", hourly, "h-2025-10-26-2"},
+        {"2025-10-26 02:30", hourly, "h-2025-10-26-3"},
+        // ISO weeks start on Monday and belong to the year of their Thursday; 23:30 UTC is already Monday here.
+        {"2024-12-29 12:00", weekly, "w-2024-52"}, {"2024-12-29 23:30", weekly, "w-2025-1"},
+        {"2024-12-30 12:00", weekly, "w-2025-1"}, {"2021-01-03 12:00", weekly, "w-2020-53"},
+        {"2026-01-01 12:00", weekly, "w-2026-1"}, {"2025-06-15 21:30", weekly, "w-2025-24"},
+        {"2025-06-15 22:30", weekly, "w-2025-25"},
     };
     for (const auto& c : cases)
         EXPECT_EQ(RetentionPolicy::bucketKey(test::utc(c.utc), c.granularity), c.key) << c.utc;
-    EXPECT_EQ(RetentionPolicy::bucketKey(1'740'839'525.75, Granularity::none), "n-1740839525");
-    EXPECT_NE(RetentionPolicy::bucketKey(1'740'839'525, Granularity::none),
-              RetentionPolicy::bucketKey(1'740'839'526, Granularity::none));
+    EXPECT_EQ(RetentionPolicy::bucketKey(1'740'839'525.75, none), "n-1740839525");
+    EXPECT_NE(RetentionPolicy::bucketKey(1'740'839'525, none), RetentionPolicy::bucketKey(1'740'839'526, none));
 }
 
 TEST_F(RetentionPolicyTest, TiersIncludeTheirOuterEdge) {
@@ -212,12 +192,10 @@ TEST_F(RetentionPolicyTest, TiersIncludeTheirOuterEdge) {
         const RetentionPolicy& policy;
         double age;
         int tier;
-    } cases[] = {
-        {standard, 0, 0},          {standard, day, 0},           {standard, day + 0.5, 1},
-        {standard, 7 * day, 1},    {standard, 7 * day + 0.5, 2}, {standard, 30 * day, 2},
-        {standard, 30 * day + 0.5, 3}, {standard, 365 * day, 3}, {standard, 365 * day + 0.5, 4},
-        {month, 30 * day, 2},      {month, 30 * day + 0.5, 4},   {forever, 1e12, 3},
-    };
+    } cases[] = {{standard, 0, 0},           {standard, day, 0},           {standard, day + 0.5, 1},
+                 {standard, 7 * day, 1},     {standard, 7 * day + 0.5, 2}, {standard, 30 * day, 2},
+                 {standard, 30 * day + 0.5, 3}, {standard, 365 * day, 3},  {standard, 365 * day + 0.5, 4},
+                 {month, 30 * day, 2},       {month, 30 * day + 0.5, 4},   {forever, 1e12, 3}};
     for (const auto& c : cases) EXPECT_EQ(c.policy.tier(c.age), c.tier) << c.age;
 }
 
@@ -250,7 +228,7 @@ TEST(RetentionHorizonTest, StoredRawAndUnknownReadsAsYear) {
     EXPECT_EQ(RetentionHorizons::read(settings), Horizon::year) << "absent";
     for (Horizon horizon : RetentionHorizons::all) {
         RetentionHorizons::write(settings, horizon);
-        EXPECT_EQ(settings.raw("vosklin.historyHorizon"), nlohmann::json(std::string(RetentionHorizons::toString(horizon))));
+        EXPECT_EQ(settings.raw("vosklin.historyHorizon"), std::string(RetentionHorizons::toString(horizon)));
         EXPECT_EQ(RetentionHorizons::read(settings), horizon);
     }
     for (const char* stored : {R"("fortnight")", R"("Forever")", "7", "null"}) {
