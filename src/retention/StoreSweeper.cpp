@@ -17,7 +17,15 @@ constexpr double lockPatience = 2;  // seconds a directory waits for captures in
 
 std::vector<std::string> subdirectories(FileSystem& fileSystem, const std::string& path) {
     std::vector<std::string> names;
-    for (const auto& entry : fileSystem.listDirectory(path)) {
+    std::vector<DirectoryEntry> entries;
+    try {
+        entries = fileSystem.listDirectory(path);
+    } catch (const FileSystemError& error) {
+        // Removed since it was listed (its last slot pruned, say): nothing left to sweep there.
+        if (error.errorNumber() == ENOENT) return names;
+        throw;
+    }
+    for (const auto& entry : entries) {
         if (entry.type == FileType::other) {
             // The file system did not say what it is.
             auto status = fileSystem.linkStatus(joinPath(path, entry.name));

@@ -2,7 +2,6 @@
 // expired marks, and the orphan sweep, which must never take a capture's slot.
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <filesystem>
 #include <thread>
 
@@ -179,13 +178,19 @@ TEST_F(StoreSweeperTest, NeverTakesASlotACaptureHoldsOrOneFiledUnderAnotherFile)
 }
 
 TEST_F(StoreSweeperTest, SweepsRacingLiveCapturesNeverCostARecordedPayload) {
-    std::atomic<bool> done{false};
-    std::thread sweeper([&] {
-        while (!done) sweep();
-    });
-    for (int i = 0; i < 150; ++i) f.capture("f" + std::to_string(i % 7) + ".txt", "content " + std::to_string(i), now + i);
-    done = true;
-    sweeper.join();
+    std::string sweepFailure;
+    {
+        std::jthread sweeper([&](std::stop_token stop) {
+            try {
+                while (!stop.stop_requested()) sweep();
+            } catch (const std::exception& error) {
+                sweepFailure = error.what();
+            }
+        });
+        for (int i = 0; i < 150; ++i)
+            f.capture("f" + std::to_string(i % 7) + ".txt", "content " + std::to_string(i), now + i);
+    }
+    EXPECT_EQ(sweepFailure, "");
     for (const auto& slot : f.stack.catalog.allSlots()) EXPECT_TRUE(fs::exists(f.stack.layout.slotDirectory(slot))) << slot;
     EXPECT_EQ(f.stack.catalog.allSlots().size(), 150u);
 }
