@@ -45,8 +45,8 @@ struct Home {
     std::unique_ptr<ApiHandlers> handlers;
 };
 
-const char* const routes[] = {"status", "snapshot", "scan",    "settle", "name",
-                              "unname", "star",     "unstar",  "restore", "rewind"};
+const char* const routes[] = {"status", "snapshot", "scan",    "settle", "name",  "unname",
+                              "star",   "unstar",   "restore", "rewind", "prune", "delete"};
 
 }  // namespace
 

@@ -26,7 +26,7 @@ struct CaptureOutcome {
 
     Kind kind = Kind::skipped;
     StoredVersion version;             // stored
-    std::int64_t unchangedVersionID = 0;  // unchanged: the existing newest version
+    std::int64_t unchangedVersionID = 0;  // unchanged: the existing newest version (0: its history was deleted)
     CaptureSkipReason skipReason = CaptureSkipReason::missing;  // skipped
 
     static CaptureOutcome stored(StoredVersion version) { return {Kind::stored, std::move(version), 0, {}}; }

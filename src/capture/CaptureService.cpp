@@ -96,6 +96,16 @@ std::optional<CaptureOutcome> CaptureService::writePayload(Candidate& candidate,
         removeSlotQuietly(layout_, payload.slot.relativePath);
         return CaptureOutcome::unchanged(candidate.latest->id);
     }
+    // The file's last content has no version any more: the user deleted it by hand.
+    // Finding the file as it was is no change, so a routine capture does not take it
+    // back; a copy that protects the file before Vosklin overwrites it still does.
+    const auto& last = candidate.file.lastDigest;
+    const bool routine = request.source == CaptureSource::watcher || request.source == CaptureSource::crawl ||
+                         request.source == CaptureSource::baseline;
+    if (routine && last && *last == payload.digest) {
+        removeSlotQuietly(layout_, payload.slot.relativePath);
+        return CaptureOutcome::unchanged(candidate.latest ? candidate.latest->id : 0);
+    }
     const auto& probe = candidate.probe;
     // A file swapped for another, older file (dragged over it from elsewhere),
     // as opposed to an application's save-by-rename, whose new file is seconds old.

@@ -35,7 +35,9 @@ struct CaptureResult {
 // placeholder or not strictly inside the folder; track the file's row (an
 // "appeared" event first when the path had been tombstoned); clone the unit
 // into a new slot and hash the copy; if the digest equals the file's newest
-// version, remove the slot and report `unchanged`; otherwise decide the
+// version, remove the slot and report `unchanged` (also, for the watcher and
+// crawls, when it equals the file's last digest whose versions were deleted
+// by hand: that content stays deleted until the file changes); otherwise decide the
 // replacement and verification flags, write the sidecar, and record the
 // version and the file's newest digest in one transaction.
 //

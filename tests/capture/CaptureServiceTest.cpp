@@ -81,6 +81,26 @@ TEST_F(CaptureServiceTest, StoresThenRecognisesUnchangedContentWithoutKeepingASe
     EXPECT_EQ(slotsOnDisk(), 2u);
 }
 
+TEST_F(CaptureServiceTest, ContentWhoseHistoryWasDeletedStaysDeletedUntilTheFileChanges) {
+    const std::string path = directory.write("Documents/secret.txt", "the password");
+    const auto first = service.capture(request("secret.txt"), noon).version;
+    const auto second = (test::writeFile(path, "the new password"), service.capture(request("secret.txt"), noon + 60)).version;
+    catalog.deleteVersions({second.id});  // the newest, by hand: what the file holds now
+    for (auto source : {CaptureSource::crawl, CaptureSource::watcher}) {
+        const auto again = service.capture(request("secret.txt", source), noon + 120);
+        EXPECT_EQ(again.kind, CaptureOutcome::Kind::unchanged) << toString(source);
+    }
+    catalog.deleteVersions({first.id});  // and then the whole history
+    EXPECT_EQ(service.capture(request("secret.txt", CaptureSource::crawl), noon + 180).kind,
+              CaptureOutcome::Kind::unchanged);
+    EXPECT_TRUE(catalog.versionsOfFile(first.fileID, 10).empty());
+    // Before Vosklin overwrites the file, what it holds is kept all the same.
+    EXPECT_EQ(service.capture(request("secret.txt", CaptureSource::preRewind), noon + 240).kind,
+              CaptureOutcome::Kind::stored);
+    test::writeFile(path, "changed since");
+    EXPECT_EQ(service.capture(request("secret.txt"), noon + 300).kind, CaptureOutcome::Kind::stored);
+}
+
 TEST_F(CaptureServiceTest, SkipsTouchNeitherStoreNorCatalog) {
     directory.write("Documents/real.txt", "r");
     std::filesystem::create_symlink(root + "/real.txt", root + "/alias.txt");
