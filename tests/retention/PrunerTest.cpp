@@ -98,6 +98,25 @@ TEST_F(PrunerTest, TheBudgetThinsOldestTiersFirstAndNeverProtectedOrYoungVersion
     }
 }
 
+TEST_F(PrunerTest, TwoGigabytesUnderAOneGigabyteBudgetAllYoungerThanADayStayAndAreReportedOver) {
+    // The budget works on recorded sizes; two rows of a gigabyte each stand for the real thing.
+    const auto seed = history({0.9});
+    for (double age : {0.8, 0.7}) {
+        NewVersion version;
+        version.fileID = seed.front().fileID;
+        version.capturedAt = now - age * day;
+        version.digest = "d" + std::to_string(age);
+        version.logicalBytes = 1'000'000'000;
+        version.slot = f.stack.layout.makeSlot(version.fileID, version.capturedAt).relativePath;
+        version.payloadName = "a.txt";
+        f.stack.catalog.recordVersion(version);
+    }
+    const auto result = prune(1'000'000'000);
+    EXPECT_EQ(result.removedCount, 0);
+    EXPECT_TRUE(result.overBudget);
+    EXPECT_EQ(versionCount(), 3);
+}
+
 TEST_F(PrunerTest, ExpiredTimelineMarksAreSweptAndNamedOnesStay) {
     const auto made = history({40, 35, 31, 29, 2});
     auto& catalog = f.stack.catalog;
