@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <limits>
+
 namespace vosklin::MomentClustering {
 // Readable failures.
 void PrintTo(const FileChange& change, std::ostream* out) {
@@ -49,6 +51,25 @@ TEST(MomentClusteringTest, RewindMarksAreFencesAndNamesAreNot) {
     EXPECT_EQ(ats(moments(rows, {}, {mark(t0 + 10, MomentMark::Kind::rewind)})),
               (std::vector<double>{t0 + 20, t0 + 10, t0}));
     EXPECT_EQ(ats(moments(rows, {}, {mark(t0 + 10, MomentMark::Kind::named)})), (std::vector<double>{t0 + 20}));
+}
+
+TEST(MomentClusteringTest, AMomentsFloorIsTheNewestInstantBeforeItsOldest) {
+    const double none = std::numeric_limits<double>::lowest();
+    // Newest first: 200 and 150 make one moment (anchored at 200), 80 and 40 another, 0 a third.
+    const std::vector<double> instants = {t0 + 200, t0 + 150, t0 + 80, t0 + 40, t0};
+    struct Row {
+        double at;
+        std::unordered_set<double> fences;
+        double floor;
+    } rows[] = {
+        {t0 + 200, {}, t0 + 80},       {t0 + 150, {}, t0 + 80}, {t0 + 80, {}, t0},
+        {t0 + 100, {}, t0 + 80},       // between moments: the span just below it
+        {t0, {}, none},                {t0 - 5, {}, none},
+        {t0 + 150, {t0 + 150}, t0 + 80},  // a fence stands alone: its moment is itself
+        {t0 + 200, {t0 + 150}, t0 + 150},
+    };
+    for (const auto& row : rows)
+        EXPECT_EQ(momentFloor(instants, row.fences, row.at), row.floor) << "at t0+" << row.at - t0;
 }
 
 TEST(MomentClusteringTest, FirstVersionAndAnEditInOneMomentIsAddedWithTheLaterSize) {
