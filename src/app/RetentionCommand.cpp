@@ -3,13 +3,13 @@
 #include <unistd.h>
 
 #include <cstdio>
-#include <iostream>
 
 #include "app/ApiHandlers.h"
 #include "app/ByteCount.h"
 #include "app/CommandError.h"
 #include "app/DaemonClient.h"
 #include "app/DaemonEndpoint.h"
+#include "app/TerminalOutput.h"
 #include "platform/DiskSpace.h"
 #include "platform/DisplayName.h"
 #include "platform/PathJson.h"
@@ -128,12 +128,9 @@ int RetentionCommand::erase(const std::vector<std::string>& versionIDs,
         return 0;
     }
     if (!yes) {
-        if (::isatty(0) != 1) throw CommandError("Add --yes to delete without a terminal to confirm on");
-        printSheet(preview);
-        out_ << StringTable::text("history.delete.sheet.confirm") << "? [y/N] " << std::flush;
-        std::string answer;
-        std::getline(std::cin, answer);
-        if (answer != "y" && answer != "Y" && answer != "yes") {
+        if (::isatty(0) == 1) printSheet(preview);
+        if (!confirmOnTerminal(out_, StringTable::text("history.delete.sheet.confirm"),
+                               "Add --yes to delete without a terminal to confirm on")) {
             out_ << "Nothing was deleted.\n";
             return 1;
         }

@@ -1,8 +1,6 @@
 #include "app/RewindCommand.h"
 
-#include <unistd.h>
 
-#include <iostream>
 
 #include "app/ApiHandlers.h"
 #include "app/ByteCount.h"
@@ -43,15 +41,10 @@ int RewindCommand::rewindTo(const WatchedFolder& folder, double target, bool dry
     }
     out_ << StringTable::text("rewind.sheet.reversible") << "\n";
     if (dryRun) return 0;
-    if (!yes) {
-        if (::isatty(0) != 1) throw CommandError("Add --yes to rewind without a terminal to confirm on");
-        out_ << StringTable::text("rewind.sheet.confirm") << "? [y/N] " << std::flush;
-        std::string answer;
-        std::getline(std::cin, answer);
-        if (answer != "y" && answer != "Y" && answer != "yes") {
-            out_ << "Nothing was changed.\n";
-            return 1;
-        }
+    if (!yes && !confirmOnTerminal(out_, StringTable::text("rewind.sheet.confirm"),
+                                   "Add --yes to rewind without a terminal to confirm on")) {
+        out_ << "Nothing was changed.\n";
+        return 1;
     }
     // The exact instant, as a number: printed text would be rounded to the microsecond.
     // The plan shown is the plan run: the fingerprint lets the handler refuse one that changed since.

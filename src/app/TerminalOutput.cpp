@@ -1,8 +1,11 @@
 #include "app/TerminalOutput.h"
 
+#include "app/CommandError.h"
+
 #include <unistd.h>
 
 #include <cmath>
+#include <iostream>
 #include <ctime>
 
 namespace vosklin {
@@ -14,6 +17,14 @@ std::string formatLocalTime(double instant) {
     char text[64];
     std::strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S", &parts);
     return text;
+}
+
+bool confirmOnTerminal(std::ostream& out, const std::string& question, const std::string& withoutTerminal) {
+    if (::isatty(0) != 1) throw CommandError(withoutTerminal);
+    out << question << "? [y/N] " << std::flush;
+    std::string answer;
+    std::getline(std::cin, answer);
+    return answer == "y" || answer == "Y" || answer == "yes";
 }
 
 ProgressBar::ProgressBar(std::ostream& out, int fd, std::string label)
