@@ -191,6 +191,11 @@ INSTANTIATE_TEST_SUITE_P(
                 {}, {{"Tidy", 500}, {"Draft", 1000}, {"Lone", 2000}}},
         Erasure{"AnUndoCopy", {"b3"}, {"b3"}, false, true, false, false, {}, allNames},
         Erasure{"AStarredVersion", {"b4"}, {"b4"}, true, false, false, false, {}, allNames},
+        // Erasing a deleted file's last copy takes its deletion with it: a moment that stood on that goes too.
+        Erasure{"TheOnlyCopyOfAFileWhoseDeletionWasNamed", {"old1"}, {"old1"}, false, false, true, false, {"Tidy"},
+                {{"Draft", 1040}, {"Lone", 2000}}},
+        Erasure{"EveryVersionOfTheMomentAndTheDeletedFile", {"a2", "b2", "c1"}, {"a2", "b2", "c1"}, false, false, true,
+                false, {"Draft"}, {{"Tidy", 500}, {"Lone", 2000}}},
         Erasure{"SeveralAtOnce", {"b4", "a3", "b3", "a3"}, {"a3", "b3", "b4"}, true, true, false, false, {"Lone"},
                 {{"Tidy", 500}, {"Draft", 1040}}}),
     [](const auto& entry) { return std::string(entry.param.name); });
