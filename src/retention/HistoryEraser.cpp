@@ -1,6 +1,7 @@
 #include "retention/HistoryEraser.h"
 
 #include <algorithm>
+#include <limits>
 #include <set>
 #include <unordered_set>
 
@@ -37,6 +38,25 @@ std::vector<HistoryEraser::NamedSpan> HistoryEraser::namedSpans(const std::strin
     return spans;
 }
 
+std::vector<double> HistoryEraser::vanishingEventInstants(const std::string& folderID,
+                                                         const std::vector<Selection>& selections) {
+    std::unordered_set<std::int64_t> erasedFiles;
+    for (const auto& selection : selections)
+        if (!selection.versions.empty() && std::int64_t(selection.versions.size()) >= selection.fileVersionCount)
+            erasedFiles.insert(selection.file.id);
+    std::vector<double> instants;
+    if (erasedFiles.empty()) return instants;
+    for (const auto& event : catalog_.eventsSince(folderID, std::numeric_limits<double>::lowest()))
+        if (event.kind != FileEventKind::appeared && erasedFiles.count(event.fileID)) instants.push_back(event.at);
+    return instants;
+}
+
+bool HistoryEraser::touches(const NamedSpan& span, const std::vector<StoredVersion>& versions,
+                            const std::vector<double>& vanishingEvents) {
+    return std::any_of(versions.begin(), versions.end(), [&](const auto& v) { return span.holds(v.capturedAt); }) ||
+           std::any_of(vanishingEvents.begin(), vanishingEvents.end(), [&](double at) { return span.holds(at); });
+}
+
 HistoryEraser::Preview HistoryEraser::preview(const std::string& folderID, const std::vector<Selection>& selections) {
     Preview preview;
     std::vector<StoredVersion> all;
@@ -57,13 +77,16 @@ HistoryEraser::Preview HistoryEraser::preview(const std::string& folderID, const
 
     const auto spans = namedSpans(folderID);
     if (spans.empty()) return preview;
+    const auto vanishingEvents = vanishingEventInstants(folderID, selections);
     catalog_.stageVersionIDs(selectedIDs(selections));
     std::set<std::string> listed;
     for (const auto& span : spans) {
         const std::string& name = *span.mark.name;
         if (listed.count(name)) continue;
-        if (std::none_of(all.begin(), all.end(), [&](const auto& v) { return span.holds(v.capturedAt); })) continue;
-        if (catalog_.countChanges(folderID, span.floor, span.mark.at, notStaged) == 0) {
+        if (!touches(span, all, vanishingEvents)) continue;
+        const auto goingEvents = std::count_if(vanishingEvents.begin(), vanishingEvents.end(),
+                                               [&](double at) { return span.holds(at); });
+        if (catalog_.countChanges(folderID, span.floor, span.mark.at, notStaged) == goingEvents) {
             listed.insert(name);
             preview.vanishingMomentNames.push_back(name);
         }
@@ -76,12 +99,13 @@ std::int64_t HistoryEraser::erase(const std::string& folderID, const std::vector
     for (const auto& selection : selections) all.insert(all.end(), selection.versions.begin(), selection.versions.end());
     if (all.empty()) return 0;
     const auto spans = namedSpans(folderID);
+    const auto vanishingEvents = vanishingEventInstants(folderID, selections);
     catalog_.deleteVersions(selectedIDs(selections));
     removal_.remove(all);
     logger_.info("Deleted " + std::to_string(all.size()) + " versions by hand");
 
     for (const auto& span : spans) {
-        if (std::none_of(all.begin(), all.end(), [&](const auto& v) { return span.holds(v.capturedAt); })) continue;
+        if (!touches(span, all, vanishingEvents)) continue;
         const auto& mark = span.mark;
         if (catalog_.anythingAt(folderID, mark.at)) continue;
         // The name stays with what is left of its moment, if anything is; only a

@@ -62,6 +62,12 @@ private:
     };
     std::vector<NamedSpan> namedSpans(const std::string& folderID);
     static std::vector<std::int64_t> selectedIDs(const std::vector<Selection>& selections);
+    // The instants of the deleted/renamed events (one per event) that go with
+    // the files whose every version is selected: the erase drops their events.
+    std::vector<double> vanishingEventInstants(const std::string& folderID, const std::vector<Selection>& selections);
+    // Whether the span loses anything: a selected version or one of those events.
+    static bool touches(const NamedSpan& span, const std::vector<StoredVersion>& versions,
+                        const std::vector<double>& vanishingEvents);
 
     VersionCatalog& catalog_;
     VersionRemoval removal_;
