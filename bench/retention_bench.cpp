@@ -202,7 +202,7 @@ std::vector<std::string> subdirectoryNames(const std::string& path) {
 // watched folder. Each file's capture instants are its own, drawn once from a
 // seed: 10 in the last day, 20 between a day and a week, 20 between a week and
 // 30 days, 50 between 30 days and two years, whole seconds, distinct per file.
-// So every tier of the policy has work and about half the versions are past a
+// So every tier of the policy has work and about a quarter of the versions are past a
 // year's horizon. The folder's own files are not on disk; a pass never looks.
 class RetentionStore {
 public:
