@@ -27,10 +27,12 @@ namespace detail {
 // signal handler may only use async-signal-safe calls.
 inline std::array<std::array<char, 256>, 4> liveFolders{};
 
-// Removes the files directly in `path` and then the folder; the benchmarks
-// never create subfolders.
-inline void removeFolderFromSignal(const char* path) {
-    int dir = ::open(path, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+// Removes everything under `path` and then the folder, with nothing but
+// async-signal-safe calls. `path` is a scratch buffer: names are appended to it
+// while descending and cut off again; `depth` bounds the recursion (a store is
+// five levels deep).
+inline void removeTreeFromSignal(char* path, std::size_t length, std::size_t capacity, int depth) {
+    int dir = ::open(path, O_RDONLY | O_DIRECTORY | O_CLOEXEC | O_NOFOLLOW);
     if (dir >= 0) {
         alignas(8) char entries[4096];
         for (;;) {
@@ -38,14 +40,28 @@ inline void removeFolderFromSignal(const char* path) {
             if (count <= 0) break;
             for (long offset = 0; offset < count;) {
                 auto* entry = reinterpret_cast<dirent64*>(entries + offset);
-                if (std::strcmp(entry->d_name, ".") != 0 && std::strcmp(entry->d_name, "..") != 0)
-                    ::unlinkat(dir, entry->d_name, 0);
                 offset += entry->d_reclen;
+                if (std::strcmp(entry->d_name, ".") == 0 || std::strcmp(entry->d_name, "..") == 0) continue;
+                if (::unlinkat(dir, entry->d_name, 0) == 0 || errno != EISDIR || depth == 0) continue;
+                std::size_t nameLength = std::strlen(entry->d_name);
+                if (length + 1 + nameLength >= capacity) continue;
+                path[length] = '/';
+                std::memcpy(path + length + 1, entry->d_name, nameLength + 1);
+                removeTreeFromSignal(path, length + 1 + nameLength, capacity, depth - 1);
+                path[length] = '\0';
             }
         }
         ::close(dir);
     }
     ::rmdir(path);
+}
+
+inline void removeFolderFromSignal(const char* folder) {
+    static char path[4096];
+    std::size_t length = std::strlen(folder);
+    if (length >= sizeof path) return;
+    std::memcpy(path, folder, length + 1);
+    removeTreeFromSignal(path, length, sizeof path, 8);
 }
 
 extern "C" inline void removeFoldersAndExit(int number) {
@@ -76,14 +92,14 @@ inline void untrack(const std::string& path) {
 
 }  // namespace detail
 
-// A fresh folder under /tmp, removed with everything in it when the object
-// goes, or when the run is interrupted with SIGINT or SIGTERM. Real folders on
-// purpose: the figures should include the file system and SQLite's WAL as the
-// app meets them.
+// A fresh folder under `base` (/tmp unless given), removed with everything in
+// it when the object goes, or when the run is interrupted with SIGINT or
+// SIGTERM. Real folders on purpose: the figures should include the file system
+// and SQLite's WAL as the app meets them.
 class TempDir {
 public:
-    explicit TempDir(const std::string& prefix) {
-        std::string pattern = "/tmp/" + prefix + "-XXXXXX";
+    explicit TempDir(const std::string& prefix, const std::string& base = "/tmp") {
+        std::string pattern = base + "/" + prefix + "-XXXXXX";
         if (!::mkdtemp(pattern.data())) throw std::system_error(errno, std::generic_category(), "mkdtemp");
         path_ = pattern;
         detail::track(path_);
