@@ -73,6 +73,7 @@ int FolderCommand::remove(const std::string& folderName, bool forgetHistory) {
     if (forgetHistory && context_.storeExists()) {
         // History first: if this stops half-way, the folder is still listed and can be removed again.
         auto slots = context_.catalog().forgetFolder(folder.id);
+        context_.catalog().makeDurable();  // no row may come back after a power cut without its payload
         for (const auto& slot : slots) {
             try {
                 context_.layout().removeSlot(slot);

@@ -86,6 +86,13 @@ public:
     std::int64_t scalar(const std::string& sql, const std::vector<Value>& values = {}, std::int64_t fallback = 0);
     std::optional<double> scalarReal(const std::string& sql, const std::vector<Value>& values = {});
 
+    // Makes every transaction committed so far durable: fsync of the
+    // write-ahead log (and of the database, which a checkpoint may have
+    // written). Commits are not synced one by one (synchronous = NORMAL), so
+    // whatever must not come back after a power cut (a row whose payload is
+    // about to be removed) is synced through here first. Throws DatabaseError.
+    void syncToDisk();
+
     // "SELECT changes()" and "SELECT last_insert_rowid()".
     std::int64_t changes();
     std::int64_t lastInsertRowID();

@@ -456,6 +456,16 @@ void VersionCatalog::deleteVersions(const std::vector<std::int64_t>& versionIDs)
     });
 }
 
+void VersionCatalog::makeDurable() {
+    Guard guard(lock_);
+    database_.syncToDisk();
+}
+
+void VersionCatalog::setCheckpointPages(int pages) {
+    Guard guard(lock_);
+    database_.execute("PRAGMA wal_autocheckpoint = " + std::to_string(pages));
+}
+
 void VersionCatalog::deleteVersionsListed(const std::vector<std::int64_t>& versionIDs) {
     if (versionIDs.empty()) return;
     Guard guard(lock_);

@@ -126,6 +126,15 @@ public:
     void deleteVersions(const std::vector<std::int64_t>& versionIDs);
     // Deletes an explicit, short list of versions with one bound parameter each.
     void deleteVersionsListed(const std::vector<std::int64_t>& versionIDs);
+    // Makes the deletions (and everything else) committed so far survive a power
+    // cut. Call it between deleting rows and removing their payloads: a row that
+    // came back without its payload would be a version lost.
+    void makeDurable();
+    // How many pages the log may grow by before a checkpoint folds it into the
+    // catalog (the standard is 1,000). A long run of small deletions goes much
+    // faster with fewer, larger checkpoints; it syncs with makeDurable() itself.
+    void setCheckpointPages(int pages);
+    static constexpr int standardCheckpointPages = 1000;
     // Fills the connection's temporary staged-id table (replacing what was there).
     void stageVersionIDs(const std::vector<std::int64_t>& versionIDs);
 

@@ -46,7 +46,19 @@ void removeAll(FileSystem& fileSystem, const std::string& path) {
     auto status = fileSystem.linkStatus(path);
     if (!status) return;
     if (status->isDirectory()) {
-        for (const auto& entry : fileSystem.listDirectory(path)) removeAll(fileSystem, path + "/" + entry.name);
+        // The listing says what each entry is: files go without a stat of their own.
+        for (const auto& entry : fileSystem.listDirectory(path)) {
+            const std::string child = path + "/" + entry.name;
+            if (entry.type != FileType::regular && entry.type != FileType::symlink) {
+                removeAll(fileSystem, child);
+                continue;
+            }
+            try {
+                fileSystem.removeFile(child);
+            } catch (const FileSystemError& error) {
+                if (error.errorNumber() != ENOENT) throw;  // gone already is what was asked
+            }
+        }
         fileSystem.removeDirectory(path);
     } else {
         fileSystem.removeFile(path);

@@ -101,6 +101,7 @@ std::int64_t HistoryEraser::erase(const std::string& folderID, const std::vector
     const auto spans = namedSpans(folderID);
     const auto vanishingEvents = vanishingEventInstants(folderID, selections);
     catalog_.deleteVersions(selectedIDs(selections));
+    catalog_.makeDurable();  // the rows stay gone even after a power cut, before their payloads go
     removal_.remove(all);
     logger_.info("Deleted " + std::to_string(all.size()) + " versions by hand");
 

@@ -44,6 +44,18 @@ PruneAllReport PruneAllPass::runHere(double now, bool dryRun) {
     const RetentionPolicy policy = RetentionPolicy::forHorizon(RetentionHorizons::read(settings_));
     const std::int64_t freeBytes = DiskSpace::availableBytes(layout_.root()).value_or(0);
     Pruner pruner(catalog_, layout_, logger_, dryRun);
+    // Thousands of small deletions: fewer, larger checkpoints (the pruner syncs the log itself).
+    struct Checkpoints {
+        VersionCatalog& catalog;
+        explicit Checkpoints(VersionCatalog& c) : catalog(c) { catalog.setCheckpointPages(10'000); }
+        ~Checkpoints() {
+            try {
+                catalog.setCheckpointPages(VersionCatalog::standardCheckpointPages);
+            } catch (...) {
+                // The connection's next checkpoint comes later, that is all.
+            }
+        }
+    } checkpoints(catalog_);
     for (const auto& folder : folders_.folders()) {
         FolderPruneReport entry;
         entry.folder = folder;

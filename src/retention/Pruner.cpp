@@ -2,10 +2,12 @@
 
 #include <algorithm>
 
+#include "platform/IoPriority.h"
+
 namespace vosklin {
 
 Pruner::Pruner(VersionCatalog& catalog, VersionStoreLayout& layout, Logger& logger, bool dryRun)
-    : catalog_(catalog), layout_(layout), removal_(layout), logger_(logger), dryRun_(dryRun) {}
+    : catalog_(catalog), removal_(layout), logger_(logger), dryRun_(dryRun) {}
 
 std::vector<StoredVersion> Pruner::versionsOf(const TrackedFile& file) {
     auto versions = catalog_.versionsOfFile(file.id, versionsPerFile);
@@ -27,12 +29,44 @@ void Pruner::remove(std::vector<StoredVersion> versions, PruneResult& result) {
     for (const auto& version : versions) ids.push_back(version.id);
     // Rows first: a payload without a row is an orphan the sweep takes; a row without its payload would be a loss.
     catalog_.deleteVersionsListed(ids);
-    removal_.remove(versions);
+    rowless_.insert(rowless_.end(), versions.begin(), versions.end());
+    if (rowless_.size() >= payloadsPerSync) removePayloads();
+}
+
+void Pruner::removePayloads() {
+    if (rowless_.empty()) return;
+    catalog_.makeDurable();
+    if (removing_.valid()) removing_.get();
+    removing_ = std::async(std::launch::async, [this, batch = std::move(rowless_)] {
+        IoPriority::makeThisThreadIdle();
+        removal_.remove(batch);
+    });
+    rowless_.clear();
+}
+
+void Pruner::finishRemovals() {
+    removePayloads();
+    if (removing_.valid()) removing_.get();
 }
 
 PruneResult Pruner::prune(const std::string& folderID, std::optional<std::int64_t> budgetBytes,
                           const RetentionPolicy& policy, double now) {
     std::lock_guard guard(lock_);
+    try {
+        return pruneLocked(folderID, budgetBytes, policy, now);
+    } catch (...) {
+        // The rows deleted before the failure stay deleted; their payloads go if they can.
+        try {
+            finishRemovals();
+        } catch (...) {
+            rowless_.clear();  // the orphan sweep takes them
+        }
+        throw;
+    }
+}
+
+PruneResult Pruner::pruneLocked(const std::string& folderID, std::optional<std::int64_t> budgetBytes,
+                                const RetentionPolicy& policy, double now) {
     PruneResult result;
     const auto files = catalog_.files(folderID, false);
     const auto marks = catalog_.marks(folderID);
@@ -48,6 +82,7 @@ PruneResult Pruner::prune(const std::string& folderID, std::optional<std::int64_
     if (budgetBytes && usage - result.freedBytes > *budgetBytes)
         result.overBudget = !budgetStage(files, marks, policy, now, *budgetBytes, usage, result);
     if (!dryRun_) result.markCount = sweepMarks(folderID, marks, policy, now);
+    finishRemovals();
     return result;
 }
 

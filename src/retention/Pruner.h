@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <future>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -30,14 +31,17 @@ struct PruneResult {
 // Never in the way of capture: it reads and deletes through the catalog like
 // any client, a file at a time, each file's removals one short transaction,
 // so a capture waits at most for one of them. A version's row goes before its
-// payload: a pass killed in between leaves an unreferenced slot, which the
-// orphan sweep removes, never a row without its payload. Protected versions
+// payload, and is made durable before it (one sync for many files' rows): a
+// pass killed, or a power cut, in between leaves an unreferenced slot, which
+// the orphan sweep removes, never a row without its payload. Protected versions
 // and versions younger than a day are never removed, whatever the budget.
 //
 // Dry (`dryRun`): computes the same, removing nothing; what it would remove is
 // left out of what it reads next, so the budget stage sees the same history.
 //
-// Passes through one Pruner are serialised. A catalog failure is thrown and
+// Payload removal runs on a thread of its own beside the catalog work, both
+// at idle priority; prune() returns once both are done. Passes through one
+// Pruner are serialised. A catalog failure is thrown and
 // ends the folder's pass; what was removed before it stays removed.
 class Pruner {
 public:
@@ -48,10 +52,19 @@ public:
 
     // The most versions of one file a pass looks at (the newest); older ones wait for a later pass.
     static constexpr std::int64_t versionsPerFile = 10'000;
+    // Payloads whose rows are gone wait for one catalog sync per this many.
+    static constexpr std::size_t payloadsPerSync = 1'000;
 
 private:
+    PruneResult pruneLocked(const std::string& folderID, std::optional<std::int64_t> budgetBytes,
+                            const RetentionPolicy& policy, double now);
     std::vector<StoredVersion> versionsOf(const TrackedFile& file);
     void remove(std::vector<StoredVersion> versions, PruneResult& result);
+    // Syncs the catalog, then hands the payloads whose rows are gone to a
+    // removal running beside the next files' deletions (one at a time).
+    void removePayloads();
+    // removePayloads(), then waits for the removal to end.
+    void finishRemovals();
     bool budgetStage(const std::vector<TrackedFile>& files, const std::vector<MomentMark>& marks,
                      const RetentionPolicy& policy, double now, std::int64_t budget, std::int64_t usage,
                      PruneResult& result);
@@ -59,11 +72,12 @@ private:
                             const RetentionPolicy& policy, double now);
 
     VersionCatalog& catalog_;
-    VersionStoreLayout& layout_;
     VersionRemoval removal_;
     Logger& logger_;
     bool dryRun_;
     std::unordered_set<std::int64_t> removedDry_;
+    std::vector<StoredVersion> rowless_;  // deleted from the catalog, payloads still on disk
+    std::future<void> removing_;
     std::mutex lock_;
 };
 

@@ -1,6 +1,5 @@
 #include "retention/StoreSweeper.h"
 
-#include <set>
 #include <unordered_set>
 
 #include "platform/DiskSpace.h"
@@ -68,18 +67,22 @@ SweepReport StoreSweeper::sweep(bool dryRun) {
             if (!fileID) continue;  // not a file directory of ours: not ours to judge
             const std::string filePath = joinPath(fanOutPath, fileName);
             // Which of the directory's slots the catalog does not name.
+            std::size_t slotCount = 0;
             auto unreferenced = [&] {
-                const auto named = catalog_.slotsOfFile(*fileID);
-                const std::set<std::string> referenced(named.begin(), named.end());
+                const auto stamps = subdirectories(fileSystem_, filePath);
+                slotCount = stamps.size();
                 std::vector<std::string> orphans;
-                for (const auto& stamp : subdirectories(fileSystem_, filePath)) {
+                if (stamps.empty()) return orphans;
+                const auto named = catalog_.slotsOfFile(*fileID);
+                const std::unordered_set<std::string> referenced(named.begin(), named.end());
+                for (const auto& stamp : stamps) {
                     const std::string slot = fileRelative + "/" + stamp;
                     if (!referenced.count(slot) && !elsewhere.count(slot)) orphans.push_back(slot);
                 }
                 return orphans;
             };
             auto orphans = unreferenced();
-            const bool empty = orphans.empty() && isEmptyDirectory(fileSystem_, filePath);
+            const bool empty = slotCount == 0 && isEmptyDirectory(fileSystem_, filePath);
             if (orphans.empty() && !empty) continue;
             if (dryRun) {
                 report.slotsRemoved += std::int64_t(orphans.size());
