@@ -2,12 +2,18 @@
 
 #include <algorithm>
 
+#include "platform/FileLock.h"
 #include "platform/IoPriority.h"
 
 namespace vosklin {
 
+namespace {
+// The longest a pass waits for captures before going on anyway: it must finish some day.
+constexpr double captureAllowance = 2;
+}  // namespace
+
 Pruner::Pruner(VersionCatalog& catalog, VersionStoreLayout& layout, Logger& logger, bool dryRun)
-    : catalog_(catalog), removal_(layout), logger_(logger), dryRun_(dryRun) {}
+    : catalog_(catalog), layout_(layout), removal_(layout), logger_(logger), dryRun_(dryRun) {}
 
 std::vector<StoredVersion> Pruner::versionsOf(const TrackedFile& file) {
     auto versions = catalog_.versionsOfFile(file.id, versionsPerFile);
@@ -39,9 +45,14 @@ void Pruner::removePayloads() {
     if (removing_.valid()) removing_.get();
     removing_ = std::async(std::launch::async, [this, batch = std::move(rowless_)] {
         IoPriority::makeThisThreadIdle();
-        removal_.remove(batch);
+        removal_.remove(batch, [this] { yieldToCaptures(); });
     });
     rowless_.clear();
+}
+
+void Pruner::yieldToCaptures() const {
+    // Held for a moment only: having it proves no capture holds it now.
+    FileLock::tryAcquire(layout_.slotLockPath(), FileLock::Mode::exclusive, captureAllowance);
 }
 
 void Pruner::finishRemovals() {
@@ -73,6 +84,7 @@ PruneResult Pruner::pruneLocked(const std::string& folderID, std::optional<std::
     // The catalog's sum before this pass; what the pass frees comes off it.
     const std::int64_t usage = catalog_.folderBytes(folderID);
     for (const auto& file : files) {
+        if (!dryRun_) yieldToCaptures();
         auto versions = versionsOf(file);
         const auto keep = policy.versionsToKeep(versions, file.deletedAt.has_value(), marks, now);
         if (keep.size() == versions.size()) continue;
@@ -92,6 +104,7 @@ bool Pruner::budgetStage(const std::vector<TrackedFile>& files, const std::vecto
     // Oldest tier first; the youngest tier (a day) is never thinned for the budget.
     for (int tier : {3, 2, 1}) {
         for (const auto& file : files) {
+            if (!dryRun_) yieldToCaptures();
             auto versions = versionsOf(file);
             const auto kept = policy.protectedVersions(versions, file.deletedAt.has_value(), marks, now);
             std::erase_if(versions, [&](const StoredVersion& version) {

@@ -40,7 +40,10 @@ struct PruneResult {
 // left out of what it reads next, so the budget stage sees the same history.
 //
 // Payload removal runs on a thread of its own beside the catalog work, both
-// at idle priority; prune() returns once both are done. Passes through one
+// at idle priority; prune() returns once both are done. Where the disk does
+// not honour idle priority, the pass still gives way: before each file and
+// every few removals it waits while a capture is in flight (the capture's
+// shared slot lock), so captures meet a quiet disk. Passes through one
 // Pruner are serialised. A catalog failure is thrown and
 // ends the folder's pass; what was removed before it stays removed.
 class Pruner {
@@ -65,6 +68,9 @@ private:
     void removePayloads();
     // removePayloads(), then waits for the removal to end.
     void finishRemovals();
+    // Waits (a little, at most) while a capture is between making a slot and
+    // recording it: the pass's disk writes would slow the capture's sync.
+    void yieldToCaptures() const;
     bool budgetStage(const std::vector<TrackedFile>& files, const std::vector<MomentMark>& marks,
                      const RetentionPolicy& policy, double now, std::int64_t budget, std::int64_t usage,
                      PruneResult& result);
@@ -72,6 +78,7 @@ private:
                             const RetentionPolicy& policy, double now);
 
     VersionCatalog& catalog_;
+    VersionStoreLayout& layout_;
     VersionRemoval removal_;
     Logger& logger_;
     bool dryRun_;

@@ -11,9 +11,11 @@ std::int64_t VersionRemoval::reclaimableBytes(const std::vector<StoredVersion>& 
     return total;
 }
 
-std::int64_t VersionRemoval::remove(const std::vector<StoredVersion>& versions) {
+std::int64_t VersionRemoval::remove(const std::vector<StoredVersion>& versions, const std::function<void()>& pause) {
     std::int64_t leftBehind = 0;
+    std::size_t done = 0;
     for (const auto& version : versions) {
+        if (pause && done++ % 32 == 0) pause();
         try {
             layout_.removeSlot(version.slot);
         } catch (const FileSystemError&) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <vector>
 
 #include "catalog/StoredVersion.h"
@@ -18,8 +19,9 @@ public:
     // that no other file shares (a reflinked payload whose blocks the live
     // file still uses gives back little).
     std::int64_t reclaimableBytes(const std::vector<StoredVersion>& versions) const;
-    // Returns how many slots could not be removed.
-    std::int64_t remove(const std::vector<StoredVersion>& versions);
+    // Returns how many slots could not be removed. `pause`, when given, is called
+    // every few slots (a long removal makes room for other work there).
+    std::int64_t remove(const std::vector<StoredVersion>& versions, const std::function<void()>& pause = {});
 
 private:
     VersionStoreLayout& layout_;
