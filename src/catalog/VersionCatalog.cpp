@@ -82,7 +82,7 @@ std::vector<Value> markValues(const MomentMark& mark) {
 }  // namespace
 
 VersionCatalog::VersionCatalog(const std::string& databasePath, Database::Access access)
-    : database_(databasePath, access) {
+    : database_(databasePath, access), databasePath_(databasePath) {
     if (access == Database::Access::readWrite) {
         CatalogMigrations::migrate(database_);
         return;
@@ -457,8 +457,15 @@ void VersionCatalog::deleteVersions(const std::vector<std::int64_t>& versionIDs)
 }
 
 void VersionCatalog::makeDurable() {
-    Guard guard(lock_);
+    // Only files are synced: committed frames are what they are, whoever writes next.
     database_.syncToDisk();
+}
+
+void VersionCatalog::checkpointAside() {
+    Guard guard(asideLock_);
+    if (!aside_) aside_ = std::make_unique<Database>(databasePath_);
+    aside_->execute("PRAGMA wal_checkpoint(PASSIVE)");
+    aside_->syncToDisk();
 }
 
 void VersionCatalog::setCheckpointPages(int pages) {

@@ -130,11 +130,16 @@ public:
     // cut. Call it between deleting rows and removing their payloads: a row that
     // came back without its payload would be a version lost.
     void makeDurable();
-    // How many pages the log may grow by before a checkpoint folds it into the
-    // catalog (the standard is 1,000). A long run of small deletions goes much
-    // faster with fewer, larger checkpoints; it syncs with makeDurable() itself.
+    // How many pages the log may grow by before a commit folds it into the
+    // catalog (the standard is 1,000; 0: never by itself). Such a checkpoint
+    // runs inside the commit, holding the catalog for as long as it writes.
     void setCheckpointPages(int pages);
     static constexpr int standardCheckpointPages = 1000;
+    // Folds the log into the catalog from a connection of its own and syncs
+    // it, without holding this catalog: a long run of small deletions
+    // checkpoints here (with setCheckpointPages(0)) so that no capture waits
+    // behind a checkpoint. Committed work only; never blocks a writer.
+    void checkpointAside();
     // Fills the connection's temporary staged-id table (replacing what was there).
     void stageVersionIDs(const std::vector<std::int64_t>& versionIDs);
 
@@ -227,6 +232,9 @@ private:
 
     std::mutex lock_;
     Database database_;
+    std::string databasePath_;
+    std::unique_ptr<Database> aside_;  // for checkpointAside(), opened on first use
+    std::mutex asideLock_;
 };
 
 }  // namespace vosklin

@@ -44,10 +44,11 @@ PruneAllReport PruneAllPass::runHere(double now, bool dryRun) {
     const RetentionPolicy policy = RetentionPolicy::forHorizon(RetentionHorizons::read(settings_));
     const std::int64_t freeBytes = DiskSpace::availableBytes(layout_.root()).value_or(0);
     Pruner pruner(catalog_, layout_, logger_, dryRun);
-    // Thousands of small deletions: fewer, larger checkpoints (the pruner syncs the log itself).
+    // Thousands of small deletions: no checkpoint inside their commits, where a capture would
+    // wait behind it; the pruner checkpoints aside between files and syncs the log itself.
     struct Checkpoints {
         VersionCatalog& catalog;
-        explicit Checkpoints(VersionCatalog& c) : catalog(c) { catalog.setCheckpointPages(10'000); }
+        explicit Checkpoints(VersionCatalog& c) : catalog(c) { catalog.setCheckpointPages(0); }
         ~Checkpoints() {
             try {
                 catalog.setCheckpointPages(VersionCatalog::standardCheckpointPages);

@@ -42,6 +42,8 @@ void Pruner::remove(std::vector<StoredVersion> versions, PruneResult& result) {
 void Pruner::removePayloads() {
     if (rowless_.empty()) return;
     catalog_.makeDurable();
+    // Between files, from its own connection: no capture waits behind this checkpoint.
+    catalog_.checkpointAside();
     if (removing_.valid()) removing_.get();
     removing_ = std::async(std::launch::async, [this, batch = std::move(rowless_)] {
         IoPriority::makeThisThreadIdle();
