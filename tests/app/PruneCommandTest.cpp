@@ -78,6 +78,18 @@ TEST_F(PruneCommandTest, TheDaemonPrunesOnceItsStartUpCrawlHasCaughtUpAndServesP
     const auto report = jsonOf({"prune", "--json"});  // through the daemon
     EXPECT_TRUE(report["ran"]);
     EXPECT_EQ(report["prunedCount"], 0);
+    // Deleting by hand goes through it too; the live file stays as it is.
+    const std::string notes = root + "/notes.txt";
+    const std::string before = test::readFile(notes);
+    const auto erased = jsonOf({"delete", "--all", notes, "--yes", "--json"});
+    EXPECT_TRUE(erased["erasesWholeLiveFile"]);
+    EXPECT_EQ(erased["deletedCount"], erased["versionCount"]);
+    EXPECT_EQ(test::readFile(notes), before);
+    ASSERT_TRUE(stack.catalog.fileAtPath(folder.id, "notes.txt"));
+    EXPECT_EQ(stack.catalog.versionCount(stack.catalog.fileAtPath(folder.id, "notes.txt")->id), 0);
+    // A scan finds the file as it was: no change, so its deleted history does not come back.
+    jsonOf({"scan", root});
+    EXPECT_EQ(stack.catalog.versionCount(stack.catalog.fileAtPath(folder.id, "notes.txt")->id), 0);
     EXPECT_EQ(daemon.stop(), 0);
     EXPECT_EQ(vosklin({"check", "--read-data"}).exitStatus, 0);
 }
