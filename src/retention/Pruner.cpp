@@ -53,8 +53,12 @@ void Pruner::removePayloads() {
 }
 
 void Pruner::yieldToCaptures() const {
-    // Held for a moment only: having it proves no capture holds it now.
-    FileLock::tryAcquire(layout_.slotLockPath(), FileLock::Mode::exclusive, captureAllowance);
+    try {
+        // Held for a moment only: having it proves no capture holds it now.
+        FileLock::tryAcquire(layout_.slotLockPath(), FileLock::Mode::exclusive, captureAllowance);
+    } catch (const std::exception&) {
+        // Courtesy, not safety: a lock file that cannot be opened is no reason to stop.
+    }
 }
 
 void Pruner::finishRemovals() {
