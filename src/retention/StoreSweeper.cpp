@@ -98,17 +98,17 @@ SweepReport StoreSweeper::sweep(bool dryRun) {
             for (const auto& slot : unreferenced()) {
                 try {
                     const std::int64_t bytes = DiskSpace::privateBytes(layout_.slotDirectory(slot));
-                    removeAll(fileSystem_, layout_.slotDirectory(slot));
+                    // The file's directory goes with its last slot.
+                    layout_.removeSlot(slot);
                     report.bytesRemoved += bytes;
                     ++report.slotsRemoved;
                 } catch (const FileSystemError& error) {
                     logger_.error(std::string("An orphaned slot could not be removed: ") + error.what());
                 }
             }
-            if (isEmptyDirectory(fileSystem_, filePath)) {
+            if (empty) {
                 try {
                     fileSystem_.removeDirectory(filePath);
-                    ++report.directoriesRemoved;
                 } catch (const FileSystemError&) {
                     // A capture made a slot here after all: it stays.
                 }
@@ -119,8 +119,8 @@ SweepReport StoreSweeper::sweep(bool dryRun) {
             if (lock.held() && isEmptyDirectory(fileSystem_, fanOutPath)) {
                 try {
                     fileSystem_.removeDirectory(fanOutPath);
-                    ++report.directoriesRemoved;
                 } catch (const FileSystemError&) {
+                    // Not empty after all: a capture made a file's directory here.
                 }
             }
         }

@@ -13,7 +13,6 @@ struct SweepReport {
     std::int64_t slotsRemoved = 0;
     std::int64_t bytesRemoved = 0;       // on disk, unshared, of the slots removed
     std::int64_t stagingItemsRemoved = 0;
-    std::int64_t directoriesRemoved = 0;  // emptied file and fan-out directories
     std::int64_t slotsBusy = 0;           // orphans passed over because captures held the store
 };
 
