@@ -12,6 +12,9 @@ packages=(
   libcli11-dev                    # the command line
   libsystemd-dev                  # logging to the journal
   libcpp-httplib-dev              # the daemon's local API
+  libpoppler-cpp-dev              # text of PDF versions for content search
+  libzip-dev libexpat1-dev        # text of DOCX and ODT versions (zip container, XML body)
+  qpdf zip                        # locked PDFs and hand-zipped documents in the extraction tests
   libgtest-dev libgmock-dev libbenchmark-dev
   xfsprogs                        # reflink XFS images for the clone tests
   util-linux                      # losetup, mount
