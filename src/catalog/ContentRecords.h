@@ -19,12 +19,24 @@ struct IndexCandidate {
 // How extraction of one digest ended; stored as content_texts.state.
 enum class ContentState : std::int64_t { indexed = 1, noText = 2, failed = 3 };
 
-// One version whose text matches a search, with the sentence around the match.
+// One version whose text matches a search, with the words around the match.
 struct ContentHit {
-    TrackedFile file;
     std::int64_t versionID = 0;
     double capturedAt = 0;
     std::string snippet;
+};
+
+// A search result row: the hit and the file whose version it is.
+struct ContentMatch {
+    TrackedFile file;
+    ContentHit hit;
+};
+
+// How many digests ended in each state.
+struct ContentIndexCounts {
+    std::int64_t indexed = 0;
+    std::int64_t withoutText = 0;
+    std::int64_t failed = 0;
 };
 
 }  // namespace vosklin

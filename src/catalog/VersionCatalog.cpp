@@ -714,18 +714,22 @@ bool VersionCatalog::digestInUse(const std::string& digest) {
     return database_.scalar("SELECT EXISTS (SELECT 1 FROM versions WHERE digest = ?)", {digest}) != 0;
 }
 
-void VersionCatalog::storeContentResult(const std::string& digest, ContentState state, double at,
+bool VersionCatalog::storeContentResult(const std::string& digest, ContentState state, double at,
                                         std::int64_t textBytes, const std::optional<std::string>& text) {
     Guard guard(lock_);
+    bool stored = false;
     database_.transaction([&] {
+        if (database_.scalar("SELECT EXISTS (SELECT 1 FROM versions WHERE digest = ?)", {digest}) == 0) return;
         database_.run(
             "INSERT INTO content_texts (digest, state, indexed_at, text_bytes) VALUES (?, ?, ?, ?) ON "
             "CONFLICT(digest) DO NOTHING",
             {digest, integer(static_cast<std::int64_t>(state)), at, integer(textBytes)});
-        if (database_.changes() == 1 && text) {
+        stored = database_.changes() == 1;
+        if (stored && text) {
             database_.run("INSERT INTO content_fts (rowid, body) VALUES (last_insert_rowid(), ?)", {*text});
         }
     });
+    return stored;
 }
 
 std::int64_t VersionCatalog::digestsToIndexCount() {
@@ -740,6 +744,20 @@ std::int64_t VersionCatalog::storedTextBytes() {
     return database_.scalar("SELECT COALESCE(SUM(text_bytes), 0) FROM content_texts");
 }
 
+ContentIndexCounts VersionCatalog::contentIndexCounts() {
+    Guard guard(lock_);
+    ContentIndexCounts counts;
+    database_.query("SELECT state, COUNT(*) FROM content_texts GROUP BY state", {}, [&](const DatabaseRow& row) {
+        switch (row.int64(0)) {
+            case std::int64_t(ContentState::indexed): counts.indexed = row.int64(1); break;
+            case std::int64_t(ContentState::noText): counts.withoutText = row.int64(1); break;
+            case std::int64_t(ContentState::failed): counts.failed = row.int64(1); break;
+            default: break;
+        }
+    });
+    return counts;
+}
+
 void VersionCatalog::clearContentIndex() {
     Guard guard(lock_);
     database_.transaction([&] {
@@ -748,18 +766,18 @@ void VersionCatalog::clearContentIndex() {
     });
 }
 
-std::vector<ContentHit> VersionCatalog::searchContents(const std::string& startMarker, const std::string& endMarker,
+std::vector<ContentMatch> VersionCatalog::searchContents(const std::string& startMarker, const std::string& endMarker,
                                                        const std::string& matchExpression,
                                                        const std::string& folderID, std::int64_t limit) {
     Guard guard(lock_);
-    std::vector<ContentHit> hits;
+    std::vector<ContentMatch> hits;
     database_.query(
         "SELECT f.id, f.folder_id, f.rel_path, f.inode, f.is_package, f.ext, f.last_digest, f.deleted_at, v.id, "
         "v.captured_at, snippet(content_fts, 0, ?, ?, '…', 12) FROM content_fts JOIN content_texts c ON c.id = "
         "content_fts.rowid JOIN versions v ON v.digest = c.digest JOIN files f ON f.id = v.file_id WHERE content_fts "
         "MATCH ? AND v.folder_id = ? ORDER BY v.captured_at DESC, v.id DESC LIMIT ?",
         {startMarker, endMarker, matchExpression, folderID, integer(limit)}, [&](const DatabaseRow& row) {
-            hits.push_back({readFile(row, 0), row.int64(8), row.real(9), row.text(10)});
+            hits.push_back({readFile(row, 0), {row.int64(8), row.real(9), row.text(10)}});
         });
     return hits;
 }

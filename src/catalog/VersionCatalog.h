@@ -178,13 +178,16 @@ public:
     std::int64_t highestVersionID();
     std::vector<IndexCandidate> nextBatchToIndex(std::int64_t below, std::int64_t above, std::int64_t limit);
     bool digestInUse(const std::string& digest);
-    // Records the result for a digest once; a second result for the same digest adds nothing.
-    void storeContentResult(const std::string& digest, ContentState state, double at, std::int64_t textBytes,
+    // Records the result for a digest once, and only while some version still
+    // holds the digest (checked in the same transaction, so a prune cannot slip
+    // between). A second result for the same digest adds nothing. False when nothing was stored.
+    bool storeContentResult(const std::string& digest, ContentState state, double at, std::int64_t textBytes,
                             const std::optional<std::string>& text);
     std::int64_t digestsToIndexCount();
     std::int64_t storedTextBytes();
+    ContentIndexCounts contentIndexCounts();
     void clearContentIndex();
-    std::vector<ContentHit> searchContents(const std::string& startMarker, const std::string& endMarker,
+    std::vector<ContentMatch> searchContents(const std::string& startMarker, const std::string& endMarker,
                                            const std::string& matchExpression, const std::string& folderID,
                                            std::int64_t limit);
 

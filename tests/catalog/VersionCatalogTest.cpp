@@ -256,8 +256,8 @@ TEST_F(VersionCatalogTest, ExtractedTextIsStoredOnceAndFoundWithDiacriticsFolded
 
     auto hits = catalog.searchContents("[", "]", "resume", folder, 10);
     ASSERT_EQ(hits.size(), 2u) << "one row per version sharing the text";
-    EXPECT_EQ(hits[0].versionID, v2.id);
-    EXPECT_NE(hits[0].snippet.find("[résumé]"), std::string::npos) << hits[0].snippet;
+    EXPECT_EQ(hits[0].hit.versionID, v2.id);
+    EXPECT_NE(hits[0].hit.snippet.find("[résumé]"), std::string::npos) << hits[0].hit.snippet;
     EXPECT_EQ(catalog.searchContents("[", "]", "sirket", folder, 10).size(), 2u);
 
     catalog.deleteVersions({v1.id});
@@ -266,6 +266,9 @@ TEST_F(VersionCatalogTest, ExtractedTextIsStoredOnceAndFoundWithDiacriticsFolded
     EXPECT_FALSE(catalog.digestInUse("d1"));
     EXPECT_EQ(catalog.storedTextBytes(), 0) << "the text lives exactly as long as its digest";
     EXPECT_TRUE(catalog.searchContents("[", "]", "resume", folder, 10).empty());
+    EXPECT_FALSE(catalog.storeContentResult("d1", ContentState::indexed, at(13, 0), 4, std::string("gone")))
+        << "a digest no version holds any more is not stored";
+    EXPECT_EQ(catalog.contentIndexCounts().indexed, 0);
 }
 
 TEST_F(VersionCatalogTest, RecentFilesAndNameSearch) {
