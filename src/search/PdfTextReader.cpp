@@ -39,7 +39,10 @@ std::optional<std::string> PdfTextReader::text(std::string_view bytes, std::size
     for (int index = 0; index < pages && characters < characterLimit; ++index) {
         std::unique_ptr<poppler::page> page(document->create_page(index));
         if (page) {
-            const auto utf8 = page->text().to_utf8();
+            auto utf8 = page->text().to_utf8();
+            // The library ends a page with a line end and a page break; one line feed is ours to add.
+            while (!utf8.empty() && (utf8.back() == '\f' || utf8.back() == '\n' || utf8.back() == '\r'))
+                utf8.pop_back();
             text.append(utf8.data(), utf8.size());
             characters += codePoints(utf8);
         }

@@ -7,8 +7,9 @@
 
 namespace vosklin {
 
-// The text of a PDF document, as UTF-8: each page's text followed by a line
-// feed, in page order, stopping after the page at which the text reaches
+// The text of a PDF document, as UTF-8: each page's text followed by one line
+// feed (the line ends and page break the PDF library closes a page with are
+// dropped first), in page order, stopping after the page at which the text reaches
 // `characterLimit` characters (code points).
 //
 // Nothing when the document cannot be opened or is locked with a user
