@@ -175,6 +175,37 @@ nlohmann::json ApiHandlers::prune(const ApiRequest& request) {
             {"folders", folders}};
 }
 
+nlohmann::json ApiHandlers::index(const ApiRequest& request) {
+    const std::string action = request.text("action").value_or("status");
+    if (action != "status" && action != "clear" && action != "now")
+        throw ApiError(400, "'action' is status, clear or now, not '" + action + "'");
+    nlohmann::json answer = {{"action", action}};
+    if (!context_.storeExists()) {
+        answer.update({{"indexed", 0}, {"withoutText", 0}, {"failed", 0}, {"pending", 0}, {"textBytes", 0}});
+        return answer;
+    }
+    auto& indexer = context_.contentIndexer();
+    if (action == "clear") indexer.clear();
+    if (action == "now") {
+        const auto budget = request.integer("budget", 1, ContentIndexer::unlimited).value_or(ContentIndexer::unlimited);
+        const auto report = indexer.requestAndWait(budget);
+        answer["run"] = {{"versions", report.versions},
+                         {"indexed", report.indexed},
+                         {"withoutText", report.withoutText},
+                         {"failed", report.failed},
+                         {"end", ContentIndexer::describe(report.end)},
+                         {"finished", report.end == ContentIndexer::End::nothingLeft}};
+    }
+    auto& catalog = context_.catalog();
+    const auto counts = catalog.contentIndexCounts();
+    answer.update({{"indexed", counts.indexed},
+                   {"withoutText", counts.withoutText},
+                   {"failed", counts.failed},
+                   {"pending", catalog.digestsToIndexCount()},
+                   {"textBytes", catalog.storedTextBytes()}});
+    return answer;
+}
+
 nlohmann::json ApiHandlers::erase(const ApiRequest& request) {
     if (!context_.storeExists()) throw ApiError(404, "Vosklin has no history yet");
     auto& catalog = context_.catalog();
@@ -309,6 +340,7 @@ nlohmann::json ApiHandlers::dispatch(const std::string& name, const ApiRequest& 
     }
     if (name == "name" || name == "unname") return mark(request, name == "name");
     if (name == "star" || name == "unstar") return star(request, name == "star");
+    if (name == "index") return index(request);
     if (name == "restore" || name == "rewind" || name == "prune" || name == "delete") {
         std::lock_guard guard(historyLock_);
         if (name == "restore") return restore(request);

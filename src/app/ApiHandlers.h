@@ -48,6 +48,9 @@ class ApiRequest;
 //   delete   {"versions": [ids]} or {"path": a file's path, for its whole history}, "dryRun": bool
 //            -> the preview ("versionCount", "reclaimableBytes", the flags, "vanishingMomentNames"),
 //               "versionIDs" and "scope" ("version" or "file"); after an erase also "deletedCount"
+//   index    {"action": "status" | "clear" | "now", "budget": optional, for now}
+//            -> "indexed", "withoutText", "failed", "pending", "textBytes"; after now also "run"
+//               ("versions", "indexed", "withoutText", "failed", "end", "finished")
 //
 // Changes to history (restore, rewind, prune, delete) run one at a time: a
 // pass must not remove a version a rewind is about to read, and the eraser's
@@ -74,6 +77,7 @@ private:
     nlohmann::json rewind(const ApiRequest& request);
     nlohmann::json prune(const ApiRequest& request);
     nlohmann::json erase(const ApiRequest& request);
+    nlohmann::json index(const ApiRequest& request);
 
     AppContext& context_;
     CaptureEngine* engine_;

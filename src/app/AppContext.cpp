@@ -2,6 +2,7 @@
 
 #include "catalog/CatalogError.h"
 #include "catalog/CatalogMigrations.h"
+#include "platform/LinuxMachineConditions.h"
 #include "platform/PathNames.h"
 #include "store/StoreSlots.h"
 
@@ -108,6 +109,20 @@ RewindService& AppContext::rewindService() {
 PruneAllPass& AppContext::pruneAllPass() {
     if (!prune_) prune_ = std::make_unique<PruneAllPass>(catalog(), layout_, folders_, settings_, fileSystem_, logger_);
     return *prune_;
+}
+
+MachineConditions& AppContext::machine() {
+    if (!machine_) machine_ = std::make_unique<LinuxMachineConditions>();
+    return *machine_;
+}
+
+ContentIndexer& AppContext::contentIndexer() {
+    if (!indexer_) {
+        extractor_ = std::make_unique<TextExtractor>(fileSystem_);
+        indexer_ = std::make_unique<ContentIndexer>(
+            ContentIndexer::Collaborators{catalog(), layout_, *extractor_, settings_, machine(), clock_, logger_});
+    }
+    return *indexer_;
 }
 
 ReconciliationCrawler AppContext::makeCrawler() {

@@ -11,11 +11,14 @@
 #include "catalog/VersionCatalog.h"
 #include "platform/Clock.h"
 #include "platform/Logger.h"
+#include "platform/MachineConditions.h"
 #include "platform/PosixFileSystem.h"
 #include "platform/Settings.h"
 #include "restore/RestoreService.h"
 #include "restore/RewindService.h"
 #include "retention/PruneAllPass.h"
+#include "search/ContentIndexer.h"
+#include "search/TextExtractor.h"
 #include "store/PayloadCloner.h"
 #include "store/PayloadDigest.h"
 #include "store/PayloadWriter.h"
@@ -62,6 +65,9 @@ public:
     RewindService& rewindService();
     // One per process, so that a second pass asked for while one runs does nothing.
     PruneAllPass& pruneAllPass();
+    // One per process; the daemon starts its thread, a command runs it on its own.
+    ContentIndexer& contentIndexer();
+    MachineConditions& machine();
     // A crawler with the current exclusion and package settings.
     ReconciliationCrawler makeCrawler();
     ExcludeRules excludeRules();
@@ -86,6 +92,9 @@ private:
     std::unique_ptr<RestoreService> restore_;
     std::unique_ptr<RewindService> rewind_;
     std::unique_ptr<PruneAllPass> prune_;
+    std::unique_ptr<MachineConditions> machine_;
+    std::unique_ptr<TextExtractor> extractor_;
+    std::unique_ptr<ContentIndexer> indexer_;  // last: its thread uses the members above
 };
 
 }  // namespace vosklin

@@ -16,7 +16,9 @@
 #include "app/DiffCommand.h"
 #include "app/FolderCommand.h"
 #include "app/HistoryCommand.h"
+#include "app/IndexCommand.h"
 #include "app/ScanCommand.h"
+#include "app/SearchCommand.h"
 #include "app/StatusCommand.h"
 #include "app/VersionsCommand.h"
 #include "app/VosklinVersion.h"
@@ -196,6 +198,33 @@ int CommandLine::run(int argc, char** argv) {
     usage->add_option("FOLDER", usageFolder, "Only this folder (its path or id)");
     addJson(usage);
 
+    std::string searchText;
+    std::optional<std::string> searchFolder;
+    bool searchNames = false;
+    auto search = app.add_subcommand("search", "Find words inside every version of your files, or a file by its name");
+    search->add_option("TEXT", searchText, "The words to find (all must match; the last may be the start of a word)")
+        ->required();
+    search->add_option("--folder", searchFolder, "Only this watched folder (its path or id)")->option_text("FOLDER");
+    search->add_flag("--names", searchNames, "Search the paths the folder's files ever had instead of their text");
+    addJson(search);
+    search->footer("Case and accents do not matter: 'resume' finds 'R\u00e9sum\u00e9'. Matches are grouped by file, newest\n"
+                   "first, at most 300 versions per folder; each line gives the version (for 'vosklin cat' or\n"
+                   "'restore') and when it was kept. Texts are read in the background while the machine is idle;\n"
+                   "'vosklin index' shows how far that is. Exit status 0 with matches, 1 without, 2 when the\n"
+                   "text is too short to search.");
+
+    bool indexStatus = false, indexClear = false, indexNow = false;
+    auto index = app.add_subcommand("index", "Show how far the search index has read your history, clear it or catch up");
+    auto indexActions = index->add_option_group("action");
+    indexActions->add_flag("--status", indexStatus, "How many texts are read, without text, failed and waiting (the default)");
+    indexActions->add_flag("--clear", indexClear, "Forget every text read: all are read again");
+    indexActions->add_flag("--now", indexNow, "Read every text still waiting, now");
+    indexActions->require_option(0, 1);
+    addJson(index);
+    index->footer("The text of PDF, Word (.docx and .doc), OpenDocument (.odt), RTF and plain-text versions is\n"
+                  "read once per distinct content, in small batches at idle priority, never while the machine\n"
+                  "saves power or runs hot. 'vosklin settings vosklin.contentSearchDisabled true' stops it.");
+
     std::optional<std::string> settingKey;
     std::vector<std::string> settingValues;
     bool resetSetting = false;
@@ -301,6 +330,13 @@ int CommandLine::run(int argc, char** argv) {
         if (prune->parsed()) return retention.prune(dryRun, json);
         if (erase->parsed()) return retention.erase(deleteVersions, deleteAll, dryRun, yes, json);
         if (usage->parsed()) return retention.usage(usageFolder, json);
+        if (search->parsed()) return SearchCommand(context, out_, err_, 1).run(searchText, searchFolder, searchNames, json);
+        if (index->parsed())
+            return IndexCommand(context, out_, err_)
+                .run(indexClear ? IndexCommand::Action::clear
+                     : indexNow ? IndexCommand::Action::now
+                                : IndexCommand::Action::status,
+                     json);
         if (settingsCommand->parsed()) return SettingsCommand(context, out_).run(settingKey, settingValues, resetSetting, json);
     } catch (const CatalogError& error) {
         if (error.kind() == CatalogError::Kind::storeIsNewerThanTheApp) {

@@ -426,6 +426,10 @@ void CaptureEngine::runCaptures(const CaptureJob& job, std::stop_token stop) {
         stats_.pending = std::int64_t(settlingUnits_ + capturingUnits_);
     }
     changed_.notify_all();
+    const bool stored = std::any_of(results.begin(), results.end(), [](const CaptureResult& result) {
+        return !result.error && result.outcome && result.outcome->kind == CaptureOutcome::Kind::stored;
+    });
+    if (stored && whenStored_) whenStored_();
 }
 
 void CaptureEngine::captureLoop() {
@@ -514,11 +518,14 @@ void CaptureEngine::runCrawl(const QueuedCrawl& queued, CrawlCancellation& cance
         FolderWalker walker = makeWalker();
         ReconciliationCrawler crawler(c_.catalog, c_.capture, walker, c_.fileSystem, c_.clock, c_.logger);
         auto report = crawler.crawl(folder, queued.reason, cancellation, options);
-        std::lock_guard guard(lock_);
-        stats_.stored += report.captured;
-        stats_.tombstoned += report.tombstoned;
-        stats_.renamed += report.renamed;
-        stats_.failed += report.failed;
+        {
+            std::lock_guard guard(lock_);
+            stats_.stored += report.captured;
+            stats_.tombstoned += report.tombstoned;
+            stats_.renamed += report.renamed;
+            stats_.failed += report.failed;
+        }
+        if (report.captured > 0 && whenStored_) whenStored_();
     } catch (const std::exception& error) {
         c_.logger.error(std::string("Crawl failed: ") + error.what());
     }
@@ -587,6 +594,7 @@ SnapshotReport CaptureEngine::snapshot(const WatchedFolder& folder, CrawlCancell
     ReconciliationCrawler crawler(c_.catalog, c_.capture, walker, c_.fileSystem, c_.clock, c_.logger);
     const CrawlOptions options = CrawlOptions::snapshot();
     auto report = crawler.crawl(folder, "snapshot", cancellation, options);
+    if (report.captured > 0 && whenStored_) whenStored_();
     return {folder.id, report.captured, report.tombstoned, report.startedAt, *options.batchID, report.failed,
             report.cancelled, report.unreadableCount, report.unreadablePaths};
 }
@@ -594,7 +602,9 @@ SnapshotReport CaptureEngine::snapshot(const WatchedFolder& folder, CrawlCancell
 CrawlReport CaptureEngine::scan(const WatchedFolder& folder, CrawlCancellation& cancellation) {
     FolderWalker walker = makeWalker();
     ReconciliationCrawler crawler(c_.catalog, c_.capture, walker, c_.fileSystem, c_.clock, c_.logger);
-    return crawler.crawl(folder, "scan", cancellation);
+    auto report = crawler.crawl(folder, "scan", cancellation);
+    if (report.captured > 0 && whenStored_) whenStored_();
+    return report;
 }
 
 void CaptureEngine::suppress(const std::vector<std::string>& paths) {

@@ -94,6 +94,10 @@ public:
     CaptureEngine(const CaptureEngine&) = delete;
     CaptureEngine& operator=(const CaptureEngine&) = delete;
 
+    // Called (on a capture or crawl thread) after a batch or crawl that stored
+    // new versions, so their text can be indexed soon. Set before start().
+    void whenStored(std::function<void()> listener) { whenStored_ = std::move(listener); }
+
     void start();
     void stop();
     bool isRunning() const { return running_; }
@@ -154,6 +158,7 @@ private:
     bool foldersChanged();
 
     Collaborators c_;
+    std::function<void()> whenStored_;
     TimerPolicy timers_;
     std::string homeDirectory_;
     std::atomic<bool> running_{false};

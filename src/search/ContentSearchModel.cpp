@@ -110,17 +110,18 @@ std::vector<ContentHitGroup> ContentSearchModel::group(const std::vector<Content
     return groups;
 }
 
+std::optional<std::string> ContentSearchModel::screen(const std::string& text) {
+    const std::string words = trimmed(text);
+    if (words.empty()) return "history.search.contents.empty";
+    if (characterCount(words) < minimumLength) return "history.search.contents.minLength";
+    return std::nullopt;
+}
+
 ContentSearchModel::Outcome ContentSearchModel::search(Scope scope, const ContentQuery& query) {
     Outcome outcome;
+    outcome.messageKey = query.active ? screen(query.text) : "history.search.contents.empty";
+    if (outcome.messageKey) return outcome;
     const std::string text = trimmed(query.text);
-    if (!query.active || text.empty()) {
-        outcome.messageKey = "history.search.contents.empty";
-        return outcome;
-    }
-    if (characterCount(text) < minimumLength) {
-        outcome.messageKey = "history.search.contents.minLength";
-        return outcome;
-    }
     if (!query.folder) return outcome;
     if (scope == Scope::names) {
         outcome.searched = true;

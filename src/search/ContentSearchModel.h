@@ -53,6 +53,9 @@ public:
     // The full-text expression for the user's text, or nothing when no word
     // holds a letter or digit.
     static std::optional<std::string> matchExpression(const std::string& text);
+    // Why `text` cannot be searched ("history.search.contents.empty" or
+    // ".minLength"), or nothing when it can.
+    static std::optional<std::string> screen(const std::string& text);
     // Rows arrive newest first; groups keep the order in which files first appear.
     static std::vector<ContentHitGroup> group(const std::vector<ContentMatch>& rows);
     static std::string scopeName(Scope scope) { return scope == Scope::names ? "names" : "contents"; }
