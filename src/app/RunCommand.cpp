@@ -7,22 +7,36 @@
 #include <cstdlib>
 
 #include "app/ApiHandlers.h"
+#include "app/BackgroundWork.h"
 #include "app/CommandError.h"
 #include "app/DaemonEndpoint.h"
 #include "app/LocalApiServer.h"
 #include "app/LocalSocketServer.h"
-#include "app/PruneTimer.h"
 #include "bridge/FolderAdmission.h"
 #include "bridge/FolderListError.h"
 #include "capture/CaptureEngine.h"
 #include "platform/AtomicFile.h"
 #include "platform/DisplayName.h"
 #include "platform/FileSystemError.h"
+#include "platform/LinuxMachineConditions.h"
 #include "platform/PathJson.h"
 #include "platform/PathNames.h"
 #include "platform/PosixFileSystem.h"
 
 namespace vosklin {
+
+namespace {
+
+// The daemon's periodic upkeep, one step after another; a step checks `stop` before it
+// begins, so stopping the daemon waits for one step at most. The retention pass goes
+// through the handlers, so it never overlaps a rewind, restore or deletion the user asked for.
+void maintain(ApiHandlers& handlers, Logger& logger, std::stop_token stop) {
+    if (stop.stop_requested()) return;
+    const auto answer = handlers.answer("prune", "{}");
+    if (answer.status != 200) logger.error("The retention pass failed: " + answer.body.value("error", std::string()));
+}
+
+}  // namespace
 
 RunCommand::RunCommand(AppContext& context, std::ostream& out, std::ostream& err)
     : context_(context), out_(out), err_(err) {}
@@ -98,8 +112,12 @@ int RunCommand::run(const std::vector<std::string>& folders, bool background) {
         throw CommandError(std::string("The daemon's API could not start: ") + error.what());
     }
     endpoint.publish(context_.fileSystem(), container);
-    PruneTimer pruneTimer(handlers, *engine, context_.logger());
-    pruneTimer.start();
+    LinuxMachineConditions conditions;
+    BackgroundWork maintenance(
+        conditions, context_.logger(), [&](std::stop_token stop) { maintain(handlers, context_.logger(), stop); }, {},
+        // Not before the start-up crawl has caught up: until then the catalog does not know today's files.
+        [&] { return engine->barrier(1); });
+    maintenance.start();
 
     std::size_t recording = 0;
     for (const auto& folder : context_.folders().folders())
@@ -115,7 +133,7 @@ int RunCommand::run(const std::vector<std::string>& folders, bool background) {
     sigwait(&signals, &signal);
     context_.logger().info(std::string("Stopping on ") + (signal == SIGINT ? "SIGINT" : signal == SIGHUP ? "SIGHUP" : "SIGTERM"));
     DaemonEndpoint::withdraw(context_.fileSystem(), container);
-    pruneTimer.stop();
+    maintenance.stop();
     socketServer.stop();
     server.stop();
     engine->stop();
