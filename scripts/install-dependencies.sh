@@ -15,6 +15,7 @@ packages=(
   libpoppler-cpp-dev              # text of PDF versions for content search
   libzip-dev libexpat1-dev        # text of DOCX and ODT versions (zip container, XML body)
   qpdf zip                        # locked PDFs and hand-zipped documents in the extraction tests
+  dbus-daemon                     # a private bus with fake power and login services in the machine tests
   libgtest-dev libgmock-dev libbenchmark-dev
   xfsprogs                        # reflink XFS images for the clone tests
   util-linux                      # losetup, mount

@@ -18,7 +18,6 @@
 #include "platform/AtomicFile.h"
 #include "platform/DisplayName.h"
 #include "platform/FileSystemError.h"
-#include "platform/LinuxMachineConditions.h"
 #include "platform/PathJson.h"
 #include "platform/PathNames.h"
 #include "platform/PosixFileSystem.h"
@@ -30,10 +29,15 @@ namespace {
 // The daemon's periodic upkeep, one step after another; a step checks `stop` before it
 // begins, so stopping the daemon waits for one step at most. The retention pass goes
 // through the handlers, so it never overlaps a rewind, restore or deletion the user asked for.
-void maintain(ApiHandlers& handlers, Logger& logger, std::stop_token stop) {
+// How many versions one maintenance firing reads for search at most.
+constexpr std::int64_t maintenanceIndexBudget = 2'000;
+
+void maintain(ApiHandlers& handlers, ContentIndexer& indexer, Logger& logger, std::stop_token stop) {
     if (stop.stop_requested()) return;
     const auto answer = handlers.answer("prune", "{}");
     if (answer.status != 200) logger.error("The retention pass failed: " + answer.body.value("error", std::string()));
+    if (stop.stop_requested()) return;
+    indexer.requestAndWait(maintenanceIndexBudget, stop);
 }
 
 }  // namespace
@@ -90,6 +94,9 @@ int RunCommand::run(const std::vector<std::string>& folders, bool background) {
                                          context_.layout(), context_.fileSystem(), context_.clock(),
                                          context_.logger(), context_.settings()},
             CaptureEngine::TimerPolicy::runLoop, context_.homeDirectory());
+        // New text becomes searchable soon after it is kept, not only at the next maintenance.
+        engine->whenStored([this] { context_.contentIndexer().request(); });
+        context_.contentIndexer().start();
         engine->start();
     } catch (const std::exception& error) {
         context_.logger().error(std::string("Capture engine unavailable: ") + error.what());
@@ -112,9 +119,9 @@ int RunCommand::run(const std::vector<std::string>& folders, bool background) {
         throw CommandError(std::string("The daemon's API could not start: ") + error.what());
     }
     endpoint.publish(context_.fileSystem(), container);
-    LinuxMachineConditions conditions;
     BackgroundWork maintenance(
-        conditions, context_.logger(), [&](std::stop_token stop) { maintain(handlers, context_.logger(), stop); }, {},
+        context_.machine(), context_.logger(),
+        [&](std::stop_token stop) { maintain(handlers, context_.contentIndexer(), context_.logger(), stop); }, {},
         // Not before the start-up crawl has caught up: until then the catalog does not know today's files.
         [&] { return engine->barrier(1); });
     maintenance.start();
@@ -134,6 +141,7 @@ int RunCommand::run(const std::vector<std::string>& folders, bool background) {
     context_.logger().info(std::string("Stopping on ") + (signal == SIGINT ? "SIGINT" : signal == SIGHUP ? "SIGHUP" : "SIGTERM"));
     DaemonEndpoint::withdraw(context_.fileSystem(), container);
     maintenance.stop();
+    context_.contentIndexer().shutDown();
     socketServer.stop();
     server.stop();
     engine->stop();
