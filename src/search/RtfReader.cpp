@@ -142,7 +142,8 @@ private:
 
     iconv_t converterFor(int codePage) {
         if (auto found = converters_.find(codePage); found != converters_.end()) return found->second;
-        if (converters_.size() >= maxConverters || codePage <= 0 || codePage > 65535) return invalid();
+        if (codePage <= 0 || codePage > 65535) return invalid();
+        if (converters_.size() >= maxConverters && codePage != defaultCodePage) return invalid();
         iconv_t converter = iconv_open("UTF-8", nameOf(codePage).c_str());
         converters_.emplace(codePage, converter);
         return converter;

@@ -14,6 +14,14 @@ struct Row {
     std::string text;
 };
 
+// Sixteen code pages in use, then one more (1254, read as 1252) and one the system lacks.
+std::string manyCodePages() {
+    std::string rtf = "{\\rtf1";
+    for (int page : {437, 850, 852, 855, 857, 860, 861, 862, 863, 864, 865, 866, 869, 1250, 1251, 1253})
+        rtf += "\\ansicpg" + std::to_string(page) + " \\'41";
+    return rtf + "\\ansicpg1254 \\'f0\\ansicpg2 \\'93}";
+}
+
 TEST(RtfReaderTest, ReadsTheTextOfEachConstruct) {
     const Row rows[] = {
         {"paragraphs, formatting groups, the space that ends a word",
@@ -45,6 +53,8 @@ TEST(RtfReaderTest, ReadsTheTextOfEachConstruct) {
         {"double-byte characters, escaped or with a raw second byte", R"({\rtf1\ansicpg932 \'82\'a0\'83e \'82})",
          "\u3042\u30C6 \uFFFD"},
         {"a code page the system lacks reads as 1252", R"({\rtf1\ansicpg99999 \'e9\ansicpg1 \'e9})", "\u00E9\u00E9"},
+        {"... and so does one past the sixteenth in a document", manyCodePages(), std::string(16, 'A') + "\u00F0\u201C"},
+        {"code page 65001 is UTF-8", R"({\rtf1\ansicpg65001 \'e2\'82\'ac\'e2})", "\u20AC\uFFFD"},
         {"destinations without body text are skipped",
          R"({\rtf1{\fonttbl{\f0 Times;}}{\colortbl;\red0\green0\blue0;}{\stylesheet{\s0 Normal;}})"
          R"({\info{\title T}{\author A}}{\*\generator Gen;}{\pict\pngblip 89504e47}{\*\unknown {hidden}}Body})",
