@@ -116,8 +116,8 @@ std::string_view CompoundFile::sector(std::uint32_t index, std::optional<std::si
 CompoundFile::Entry CompoundFile::entry(std::uint32_t index) const {
     const std::string_view raw = std::string_view(directory_).substr(std::size_t(index) * entrySize, entrySize);
     Entry result;
-    const std::size_t nameBytes = std::min<std::size_t>(u16(raw, 0x40), 64);
-    for (std::size_t at = 0; at + 1 < nameBytes; at += 2) {
+    // The name ends at its terminating zero; the stored length is not trusted.
+    for (std::size_t at = 0; at < 64; at += 2) {
         const char16_t unit = u16(raw, at);
         if (unit == 0) break;
         result.name.push_back(unit);
