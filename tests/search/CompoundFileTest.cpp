@@ -37,6 +37,16 @@ TEST(CompoundFileTest, StreamsOfEverySizeComeBackWhole) {
     }
 }
 
+// Only the root storage's own streams are found, never one deeper down.
+TEST(CompoundFileTest, StreamsInStoragesAreNotTheRootsOwn) {
+    const auto image = CompoundFileWriter().add("A/B/inner", "deep").add("A/beside", "b").add("outer", "top").write();
+    const CompoundFile file(image.bytes);
+    EXPECT_EQ(file.stream("outer"), "top");
+    EXPECT_FALSE(file.stream("inner"));
+    EXPECT_FALSE(file.stream("beside"));
+    EXPECT_FALSE(file.stream("A"));
+}
+
 // Past 109 FAT sectors the rest are listed in chained DIFAT sectors.
 TEST(CompoundFileTest, ReadsFatSectorsListedInDifatSectors) {
     const auto big = pattern(8'000'000, 'x');

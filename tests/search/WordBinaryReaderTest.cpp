@@ -39,6 +39,7 @@ std::vector<Readable> readableDocuments() {
          "One два three \U0001F600"},
         {"table-one-beside-a-decoy", {.pieces = {latin("in 1Table")}, .tableOne = true, .decoyTable = true}, "in 1Table"},
         {"table-zero-beside-a-decoy", {.pieces = {latin("in 0Table")}, .tableOne = false, .decoyTable = true}, "in 0Table"},
+        {"embedded-document-not-taken", {.pieces = {latin("outer")}, .embeddedDecoy = true}, "outer"},
         {"property-runs-before-pieces", {.pieces = {latin("after runs")}, .propertiesFirst = true}, "after runs"},
         {"field-result-kept",
          {.pieces = {latin("See \x13 HYPERLINK \"http://example.org\" \x14the site\x15. "),

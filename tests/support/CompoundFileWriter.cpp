@@ -4,6 +4,7 @@
 #include <cctype>
 #include <functional>
 #include <stdexcept>
+#include <string_view>
 
 namespace vosklin::test {
 namespace {
@@ -43,7 +44,10 @@ void CompoundFileImage::setMiniFat(std::uint32_t miniSector, std::uint32_t next)
 }
 
 CompoundFileWriter& CompoundFileWriter::add(std::string name, std::string bytes) {
-    if (name.empty() || name.size() > 31) throw std::invalid_argument("a stream name has 1 to 31 characters");
+    for (std::size_t from = 0, to; from <= name.size(); from = to + 1) {
+        to = std::min(name.find('/', from), name.size());
+        if (to == from || to - from > 31) throw std::invalid_argument("each name in a stream's path has 1 to 31 characters");
+    }
     streams_.emplace_back(std::move(name), std::move(bytes));
     return *this;
 }
@@ -63,7 +67,34 @@ CompoundFileImage CompoundFileWriter::write() const {
             miniTotal += miniCount[i];
         }
     const std::uint32_t miniFatSectors = divideUp(std::size_t(miniTotal) * 4, ss);
-    const std::uint32_t directorySectors = divideUp((streams_.size() + 1) * 128, ss);
+    // The directory's entries: the root, storages as the paths name them, then streams.
+    struct Node {
+        std::string name;
+        std::uint8_t type;
+        std::uint32_t parent;
+        std::size_t stream = 0;
+        std::uint32_t left = noEntry, right = noEntry, child = noEntry;
+    };
+    std::vector<Node> nodes{{"Root Entry", 5, noEntry}};
+    for (std::size_t i = 0; i < streams_.size(); ++i) {
+        std::uint32_t parent = 0;
+        std::string_view path = streams_[i].first;
+        for (auto slash = path.find('/'); slash != std::string_view::npos; slash = path.find('/')) {
+            const std::string storage(path.substr(0, slash));
+            path.remove_prefix(slash + 1);
+            const auto found = std::find_if(nodes.begin(), nodes.end(), [&](const Node& n) {
+                return n.parent == parent && n.type == 1 && n.name == storage;
+            });
+            if (found != nodes.end()) {
+                parent = std::uint32_t(found - nodes.begin());
+            } else {
+                nodes.push_back({storage, 1, parent});
+                parent = std::uint32_t(nodes.size() - 1);
+            }
+        }
+        nodes.push_back({std::string(path), 2, parent, i});
+    }
+    const std::uint32_t directorySectors = divideUp(nodes.size() * 128, ss);
     const std::uint32_t containerSectors = divideUp(std::size_t(miniTotal) * miniSize, ss);
     std::uint32_t data = miniFatSectors + directorySectors + containerSectors;
     for (const auto& [name, bytes] : streams_)
@@ -141,50 +172,59 @@ CompoundFileImage CompoundFileWriter::write() const {
             chain(miniTable, miniStart[i], miniCount[i]);
             std::copy(bytes.begin(), bytes.end(), container.begin() + std::ptrdiff_t(miniStart[i] * miniSize));
         }
-        image.firstSector[streams_[i].first] = start[i];
     }
     for (std::size_t i = 0; i < miniTable.size(); ++i)
         put32(b, image.sectorOffset(image.firstMiniFatSector) + 4 * i, miniTable[i]);
     std::copy(container.begin(), container.end(), b.begin() + std::ptrdiff_t(image.sectorOffset(firstContainerSector)));
 
-    // Directory: the root, then one entry per stream; the streams hang off the root as a balanced tree.
-    std::vector<std::uint32_t> left(streams_.size() + 1, noEntry), right(streams_.size() + 1, noEntry);
-    std::vector<std::uint32_t> order;
-    for (std::uint32_t i = 1; i <= streams_.size(); ++i) order.push_back(i);
+    // Directory: every storage's children hang off it as a balanced tree, ordered as the format orders names.
     const auto key = [&](std::uint32_t i) {
-        std::string upper = streams_[i - 1].first;
+        std::string upper = nodes[i].name;
         for (auto& c : upper) c = char(std::toupper(std::uint8_t(c)));
         return std::pair(upper.size(), upper);
     };
-    std::sort(order.begin(), order.end(), [&](auto x, auto y) { return key(x) < key(y); });
-    const std::function<std::uint32_t(std::size_t, std::size_t)> build = [&](std::size_t lo, std::size_t hi) {
-        if (lo >= hi) return noEntry;
-        const std::size_t mid = (lo + hi) / 2;
-        left[order[mid]] = build(lo, mid);
-        right[order[mid]] = build(mid + 1, hi);
-        return order[mid];
-    };
-    const std::uint32_t treeRoot = build(0, order.size());
-    const auto entry = [&](std::uint32_t index, const std::string& name, std::uint8_t type, std::uint32_t child,
-                           std::uint32_t first, std::uint64_t size) {
+    for (std::uint32_t parent = 0; parent < nodes.size(); ++parent) {
+        std::vector<std::uint32_t> order;
+        for (std::uint32_t i = 1; i < nodes.size(); ++i)
+            if (nodes[i].parent == parent) order.push_back(i);
+        std::sort(order.begin(), order.end(), [&](auto x, auto y) { return key(x) < key(y); });
+        const std::function<std::uint32_t(std::size_t, std::size_t)> build = [&](std::size_t lo, std::size_t hi) {
+            if (lo >= hi) return noEntry;
+            const std::size_t mid = (lo + hi) / 2;
+            nodes[order[mid]].left = build(lo, mid);
+            nodes[order[mid]].right = build(mid + 1, hi);
+            return order[mid];
+        };
+        nodes[parent].child = build(0, order.size());
+    }
+    for (std::uint32_t index = 0; index < directorySectors * ss / 128; ++index) {
         const std::size_t at = image.entryOffset(index);
-        for (std::size_t k = 0; k < name.size(); ++k) put16(b, at + 2 * k, std::uint8_t(name[k]));
-        put16(b, at + 0x40, std::uint16_t(2 * (name.size() + 1)));
-        b[at + 0x42] = char(type);
+        if (index >= nodes.size()) {
+            for (const std::size_t link : {0x44, 0x48, 0x4C}) put32(b, at + link, noEntry);
+            continue;
+        }
+        const auto& node = nodes[index];
+        std::uint32_t first = 0;
+        std::uint64_t size = 0;
+        if (index == 0) {
+            first = containerSectors ? firstContainerSector : endOfChain;
+            size = std::uint64_t(miniTotal) * miniSize;
+        } else if (node.type == 2) {
+            first = start[node.stream];
+            size = streams_[node.stream].second.size();
+            image.firstSector[streams_[node.stream].first] = first;
+        }
+        for (std::size_t k = 0; k < node.name.size(); ++k) put16(b, at + 2 * k, std::uint8_t(node.name[k]));
+        put16(b, at + 0x40, std::uint16_t(2 * (node.name.size() + 1)));
+        b[at + 0x42] = char(node.type);
         b[at + 0x43] = 1;  // black
-        put32(b, at + 0x44, left[index]);
-        put32(b, at + 0x48, right[index]);
-        put32(b, at + 0x4C, child);
+        put32(b, at + 0x44, node.left);
+        put32(b, at + 0x48, node.right);
+        put32(b, at + 0x4C, node.child);
         put32(b, at + 0x74, first);
         put32(b, at + 0x78, std::uint32_t(size));
         put32(b, at + 0x7C, std::uint32_t(size >> 32));
-    };
-    entry(0, "Root Entry", 5, treeRoot, containerSectors ? firstContainerSector : endOfChain,
-          std::uint64_t(miniTotal) * miniSize);
-    for (std::uint32_t i = 1; i <= streams_.size(); ++i)
-        entry(i, streams_[i - 1].first, 2, noEntry, start[i - 1], streams_[i - 1].second.size());
-    for (std::size_t index = streams_.size() + 1; index < directorySectors * ss / 128; ++index)
-        for (const std::size_t link : {0x44, 0x48, 0x4C}) put32(b, image.entryOffset(std::uint32_t(index)) + link, noEntry);
+    }
     return image;
 }
 

@@ -51,7 +51,13 @@ WordPiece WordPiece::unicode(const std::u16string& text) {
     return {bytes, false, std::nullopt};
 }
 
-CompoundFileImage buildWordDocument(const WordDocumentSpec& spec) {
+namespace {
+
+struct Streams {
+    std::string document, table, decoyTable;
+};
+
+Streams streams(const WordDocumentSpec& spec) {
     // Word 97 header layout: 32 fixed bytes, 14 shorts, 22 longs, 93 offset/length pairs.
     std::string document(textStart, '\0');
     put16(document, 0x00, spec.identifier);
@@ -76,15 +82,29 @@ CompoundFileImage buildWordDocument(const WordDocumentSpec& spec) {
     if (document.size() < spec.minimumSize) document.resize(spec.minimumSize, '\0');
 
     std::uint32_t fcClx = 0, lcbClx = 0, decoyFc = 0, decoyLcb = 0;
-    const std::string table = tableStream(spec.pieces, offsets, spec.propertiesFirst, fcClx, lcbClx);
+    Streams result;
+    result.table = tableStream(spec.pieces, offsets, spec.propertiesFirst, fcClx, lcbClx);
+    result.decoyTable = tableStream(decoy, decoyOffsets, false, decoyFc, decoyLcb);
     put32(document, 0x1A2, spec.fcClx.value_or(fcClx));
     put32(document, 0x1A6, spec.lcbClx.value_or(lcbClx));
+    result.document = std::move(document);
+    return result;
+}
 
+}  // namespace
+
+CompoundFileImage buildWordDocument(const WordDocumentSpec& spec) {
     CompoundFileWriter writer(spec.majorVersion);
-    writer.add("WordDocument", document);
-    if (!spec.withoutTable) writer.add(spec.tableOne ? "1Table" : "0Table", table);
-    if (spec.decoyTable) writer.add(spec.tableOne ? "0Table" : "1Table", tableStream(decoy, decoyOffsets, false, decoyFc, decoyLcb));
+    if (spec.embeddedDecoy) {  // an embedded document's streams, met first in the directory
+        const auto inner = streams({.pieces = {WordPiece::latin("embedded")}});
+        writer.add("ObjectPool/_1/WordDocument", inner.document).add("ObjectPool/_1/1Table", inner.table);
+    }
+    const auto own = streams(spec);
+    writer.add("WordDocument", own.document);
+    if (!spec.withoutTable) writer.add(spec.tableOne ? "1Table" : "0Table", own.table);
+    if (spec.decoyTable) writer.add(spec.tableOne ? "0Table" : "1Table", own.decoyTable);
     return writer.write();
 }
+
 
 }  // namespace vosklin::test

@@ -29,6 +29,7 @@ struct WordDocumentSpec {
     bool tableOne = true;
     bool decoyTable = false;     // the other table stream too, whose pieces read "decoy"
     bool withoutTable = false;   // no table stream at all
+    bool embeddedDecoy = false;  // an embedded document reading "embedded" in a storage, listed first
     bool propertiesFirst = false;  // property runs before the piece table in the CLX
     bool reversedLayout = false;   // the pieces' bytes stored last piece first
     bool encrypted = false;
