@@ -6,6 +6,7 @@
 // Seeds (bench/fuzz/seeds/WordBinaryReader/) are the readable documents of
 // tests/search/WordBinaryReaderTest.cpp, written by that test when
 // VOSKLIN_WRITE_WORD_SEEDS names a folder (the command is beside the test).
+// libFuzzer dictionary: word.dict
 #include "FuzzSupport.h"
 #include "platform/PathJson.h"
 #include "search/TextExtractionError.h"
