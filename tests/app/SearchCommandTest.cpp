@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <filesystem>
 #include <thread>
 
 #include "app/LiveDaemonTest.h"
@@ -10,6 +11,8 @@
 namespace vosklin {
 namespace {
 
+using test::writeFile;
+
 class SearchCommandTest : public ::testing::Test, protected test::RecordedFolder {
 protected:
     SearchCommandTest() : RecordedFolder("5EA2C400-0000-4000-8000-000000000001") {}
@@ -17,6 +20,7 @@ protected:
     // A DOCX made the way any zip tool makes one.
     void writeDocx(const std::string& relative, const std::string& paragraph) {
         const std::string staging = place / "docx";
+        std::filesystem::create_directories(staging + "/word");
         writeFile(staging + "/word/document.xml",
                   "<?xml version=\"1.0\"?><w:document xmlns:w=\"http://schemas.openxmlformats.org/wordprocessingml/"
                   "2006/main\"><w:body><w:p><w:r><w:t>" + paragraph + "</w:t></w:r></w:p></w:body></w:document>");

@@ -72,7 +72,8 @@ TEST_F(ContentIndexerTest, IndexesEachDigestOnceAndRecordsTextlessAndFailedOnes)
     EXPECT_EQ(counts.failed, 1);
     EXPECT_EQ(ftsRows(), 2);
     EXPECT_TRUE(stack.logger.contains("Indexed 5 versions for content search"));
-    EXPECT_EQ(std::count_if(stack.logger.messages().begin(), stack.logger.messages().end(),
+    const auto messages = stack.logger.messages();
+    EXPECT_EQ(std::count_if(messages.begin(), messages.end(),
                             [](const std::string& m) { return m.starts_with("Indexing a version failed: "); }),
               1);
 
