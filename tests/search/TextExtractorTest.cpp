@@ -241,6 +241,13 @@ TEST_F(TextExtractorTest, InflationIsBoundedWhateverTheArchiveDeclares) {
     for (int i = 0; i < 2000; ++i) spaces += "<text:s text:c=\"99999999999999999999\"/>";
     const std::string odt = zipped(directory, {{"content.xml", openDocument("<text:p>" + spaces + "</text:p>")}});
     EXPECT_EQ(OfficeDocumentReader::odtText(odt, cap), std::string(cap, ' '));
+    // A character the limit falls within is left out whole.
+    std::string accents, kept;
+    for (int i = 0; i < 200; ++i) accents += "é";
+    for (int i = 0; i < 100; ++i) kept += "é";
+    const std::string cut = zipped(directory, {{"content.xml", openDocument("<text:p><text:s text:c=\"1000\"/>" +
+                                                                            accents + "</text:p>")}});
+    EXPECT_EQ(OfficeDocumentReader::odtText(cut, 1201), std::string(1000, ' ') + kept);
 }
 
 TEST_F(TextExtractorTest, PlainTextIsUtf8OrUtf16WithAByteOrderMark) {
