@@ -217,11 +217,12 @@ private:
 
     // Appends as much as the limit allows, never splitting a character.
     void put(std::string_view piece) {
+        if (full_) return;
         if (text_.size() + piece.size() > limit_) {
             std::size_t room = std::size_t(limit_ - text_.size());
             while (room > 0 && (static_cast<unsigned char>(piece[room]) & 0xC0) == 0x80) --room;
             piece = piece.substr(0, room);
-            limit_ = text_.size();  // full: nothing more goes in
+            full_ = true;  // nothing after the cut goes in, not even a shorter piece
         }
         text_.append(piece);
     }
@@ -237,6 +238,7 @@ private:
     int paragraphs_ = 0;             // open text:p and text:h
     bool lineStart_ = true;
     bool pendingSpace_ = false;
+    bool full_ = false;
     std::string text_;
 };
 

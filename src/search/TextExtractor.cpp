@@ -23,8 +23,10 @@ std::string lowerCaseExtension(const std::string& path) {
     return extension;
 }
 
+// Text made only of white space (a PDF of blank pages, a document of empty
+// paragraphs) has nothing to find: it counts as no text.
 std::optional<std::string> nonEmpty(std::string text) {
-    if (text.empty()) return std::nullopt;
+    if (text.find_first_not_of(" \t\n\r\f\v") == std::string::npos) return std::nullopt;
     return text;
 }
 
