@@ -21,6 +21,7 @@
 #include "platform/PathJson.h"
 #include "platform/PathNames.h"
 #include "platform/PosixFileSystem.h"
+#include "search/ContentIndexSchedule.h"
 
 namespace vosklin {
 
@@ -29,15 +30,12 @@ namespace {
 // The daemon's periodic upkeep, one step after another; a step checks `stop` before it
 // begins, so stopping the daemon waits for one step at most. The retention pass goes
 // through the handlers, so it never overlaps a rewind, restore or deletion the user asked for.
-// How many versions one maintenance firing reads for search at most.
-constexpr std::int64_t maintenanceIndexBudget = 2'000;
-
-void maintain(ApiHandlers& handlers, ContentIndexer& indexer, Logger& logger, std::stop_token stop) {
+void maintain(ApiHandlers& handlers, ContentIndexSchedule& indexing, Logger& logger, std::stop_token stop) {
     if (stop.stop_requested()) return;
     const auto answer = handlers.answer("prune", "{}");
     if (answer.status != 200) logger.error("The retention pass failed: " + answer.body.value("error", std::string()));
     if (stop.stop_requested()) return;
-    indexer.requestAndWait(maintenanceIndexBudget, stop);
+    indexing.catchUp(stop);
 }
 
 }  // namespace
@@ -78,6 +76,7 @@ int RunCommand::run(const std::vector<std::string>& folders, bool background) {
     pthread_sigmask(SIG_BLOCK, &signals, nullptr);
 
     std::unique_ptr<CaptureEngine> engine;
+    std::unique_ptr<ContentIndexSchedule> indexing;
     try {
         // Before anything records: an interrupted restore's leftovers are not the user's changes.
         context_.restoreService().recoverInterrupted();
@@ -95,7 +94,8 @@ int RunCommand::run(const std::vector<std::string>& folders, bool background) {
                                          context_.logger(), context_.settings()},
             CaptureEngine::TimerPolicy::runLoop, context_.homeDirectory());
         // New text becomes searchable soon after it is kept, not only at the next maintenance.
-        engine->whenStored([this] { context_.contentIndexer().request(); });
+        indexing = std::make_unique<ContentIndexSchedule>(context_.contentIndexer());
+        engine->whenStored([schedule = indexing.get()] { schedule->capturesStored(); });
         context_.contentIndexer().start();
         engine->start();
     } catch (const std::exception& error) {
@@ -121,7 +121,7 @@ int RunCommand::run(const std::vector<std::string>& folders, bool background) {
     endpoint.publish(context_.fileSystem(), container);
     BackgroundWork maintenance(
         context_.machine(), context_.logger(),
-        [&](std::stop_token stop) { maintain(handlers, context_.contentIndexer(), context_.logger(), stop); }, {},
+        [&](std::stop_token stop) { maintain(handlers, *indexing, context_.logger(), stop); }, {},
         // Not before the start-up crawl has caught up: until then the catalog does not know today's files.
         [&] { return engine->barrier(1); });
     maintenance.start();

@@ -8,7 +8,7 @@
 namespace vosklin {
 
 // A version whose digest has no extracted text yet.
-struct IndexCandidate {
+struct PendingContent {
     std::int64_t versionID = 0;
     std::string digest;
     std::string slot;

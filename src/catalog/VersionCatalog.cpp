@@ -695,10 +695,10 @@ std::int64_t VersionCatalog::highestVersionID() {
     return database_.scalar("SELECT COALESCE(MAX(id), 0) FROM versions");
 }
 
-std::vector<IndexCandidate> VersionCatalog::nextBatchToIndex(std::int64_t below, std::int64_t above,
+std::vector<PendingContent> VersionCatalog::nextBatchToIndex(std::int64_t below, std::int64_t above,
                                                              std::int64_t limit) {
     Guard guard(lock_);
-    std::vector<IndexCandidate> batch;
+    std::vector<PendingContent> batch;
     database_.query(
         "SELECT v.id, v.digest, v.slot, v.payload_name, f.is_package FROM versions v JOIN files f ON f.id = "
         "v.file_id WHERE v.id < ? AND v.id > ? AND NOT EXISTS (SELECT 1 FROM content_texts c WHERE c.digest = "

@@ -176,7 +176,7 @@ public:
 
     // --- Content index -----------------------------------------------------------
     std::int64_t highestVersionID();
-    std::vector<IndexCandidate> nextBatchToIndex(std::int64_t below, std::int64_t above, std::int64_t limit);
+    std::vector<PendingContent> nextBatchToIndex(std::int64_t below, std::int64_t above, std::int64_t limit);
     bool digestInUse(const std::string& digest);
     // Records the result for a digest once, and only while some version still
     // holds the digest (checked in the same transaction, so a prune cannot slip

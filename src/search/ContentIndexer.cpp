@@ -170,7 +170,7 @@ ContentIndexer::Report ContentIndexer::run(std::int64_t budget, std::stop_token 
     return report;
 }
 
-void ContentIndexer::indexOne(const IndexCandidate& candidate, std::uint64_t generation, Report& report) {
+void ContentIndexer::indexOne(const PendingContent& candidate, std::uint64_t generation, Report& report) {
     ContentState state = ContentState::noText;
     std::optional<std::string> text;
     try {

@@ -92,7 +92,7 @@ public:
 private:
     Report run(std::int64_t budget, std::stop_token stop);
     std::optional<End> reasonToStop(std::int64_t remaining, std::stop_token stop, std::uint64_t generation);
-    void indexOne(const IndexCandidate& candidate, std::uint64_t generation, Report& report);
+    void indexOne(const PendingContent& candidate, std::uint64_t generation, Report& report);
     // Waits the pause between batches; false when the run was cancelled meanwhile.
     bool pause(std::stop_token stop, std::uint64_t generation);
     void loop(std::stop_token stop);
