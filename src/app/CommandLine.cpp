@@ -198,11 +198,11 @@ int CommandLine::run(int argc, char** argv) {
     usage->add_option("FOLDER", usageFolder, "Only this folder (its path or id)");
     addJson(usage);
 
-    std::string searchText;
+    std::vector<std::string> searchWords;
     std::optional<std::string> searchFolder;
     bool searchNames = false;
     auto search = app.add_subcommand("search", "Find words inside every version of your files, or a file by its name");
-    search->add_option("TEXT", searchText, "The words to find (all must match; the last may be the start of a word)")
+    search->add_option("TEXT", searchWords, "The words to find (all must match; the last may be the start of a word)")
         ->required();
     search->add_option("--folder", searchFolder, "Only this watched folder (its path or id)")->option_text("FOLDER");
     search->add_flag("--names", searchNames, "Search the paths the folder's files ever had instead of their text");
@@ -330,7 +330,11 @@ int CommandLine::run(int argc, char** argv) {
         if (prune->parsed()) return retention.prune(dryRun, json);
         if (erase->parsed()) return retention.erase(deleteVersions, deleteAll, dryRun, yes, json);
         if (usage->parsed()) return retention.usage(usageFolder, json);
-        if (search->parsed()) return SearchCommand(context, out_, err_, 1).run(searchText, searchFolder, searchNames, json);
+        if (search->parsed()) {
+            std::string text;
+            for (const auto& word : searchWords) text += (text.empty() ? "" : " ") + word;
+            return SearchCommand(context, out_, err_, 1).run(text, searchFolder, searchNames, json);
+        }
         if (index->parsed())
             return IndexCommand(context, out_, err_)
                 .run(indexClear ? IndexCommand::Action::clear

@@ -67,7 +67,7 @@ TEST_F(SearchCommandTest, IndexesCapturedDocumentsAndFindsTheirWordsGroupedByFil
     EXPECT_EQ(json["groups"][0]["file"]["path"], root + "/Report.docx");
     EXPECT_NE(json["groups"][0]["hits"][0]["snippet"].get<std::string>().find("\x01Şirket\x02"), std::string::npos);
 
-    const auto notes = jsonOf({"search", "quarterly budg", "--json", "--folder", root});
+    const auto notes = jsonOf({"search", "quarterly", "budg", "--json", "--folder", root});
     ASSERT_EQ(notes["groups"].size(), 1u);
     ASSERT_EQ(notes["groups"][0]["hits"].size(), 2u);
     EXPECT_EQ(notes["groups"][0]["hits"][0]["versionID"], final.id) << "newest first";
