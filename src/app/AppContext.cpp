@@ -120,7 +120,7 @@ ContentIndexer& AppContext::contentIndexer() {
     if (!indexer_) {
         extractor_ = std::make_unique<TextExtractor>(fileSystem_);
         indexer_ = std::make_unique<ContentIndexer>(
-            ContentIndexer::Collaborators{catalog(), layout_, *extractor_, settings_, machine(), clock_, logger_});
+            ContentIndexer::Collaborators{catalog(), layout_, fileSystem_, *extractor_, settings_, machine(), clock_, logger_});
     }
     return *indexer_;
 }

@@ -4,6 +4,8 @@
 #include <set>
 #include <utility>
 
+#include "platform/AtomicFile.h"
+#include "platform/FileSystemError.h"
 #include "platform/IoPriority.h"
 
 namespace vosklin {
@@ -130,6 +132,7 @@ ContentIndexer::Report ContentIndexer::run(std::int64_t budget, std::stop_token 
         generation = generation_;
         floor = floor_;
     }
+    settleCrashedAttempt(report);
     // The bound is exclusive, so one past the newest version includes it.
     const std::int64_t top = c_.catalog.highestVersionID() + 1;
     std::int64_t upper = top;
@@ -165,14 +168,47 @@ ContentIndexer::Report ContentIndexer::run(std::int64_t budget, std::stop_token 
         // Everything up to the newest version at the start has been looked at.
         if (generation == generation_) floor_ = std::max(floor_, top - 1);
     }
+    clearAttempt();
     if (report.versions > 0)
         c_.logger.info("Indexed " + std::to_string(report.versions) + " versions for content search");
     return report;
 }
 
+void ContentIndexer::settleCrashedAttempt(Report& report) {
+    std::string digest;
+    try {
+        digest = readWholeFile(c_.fileSystem, c_.layout.indexingAttemptPath());
+    } catch (const FileSystemError&) {
+        return;  // none: the last run ended normally
+    }
+    if (!digest.empty() && digest.back() == '\n') digest.pop_back();
+    if (!digest.empty()) {
+        c_.logger.info("Indexing a version failed: reading its text stopped the process (digest " + digest + ")");
+        std::lock_guard guard(lock_);
+        if (c_.catalog.storeContentResult(digest, ContentState::failed, c_.clock.now(), 0, std::nullopt))
+            ++report.failed;
+    }
+    clearAttempt();
+}
+
+void ContentIndexer::clearAttempt() {
+    try {
+        c_.fileSystem.removeFile(c_.layout.indexingAttemptPath());
+    } catch (const FileSystemError&) {
+        // Already gone.
+    }
+}
+
 void ContentIndexer::indexOne(const PendingContent& candidate, std::uint64_t generation, Report& report) {
     ContentState state = ContentState::noText;
     std::optional<std::string> text;
+    try {
+        // Not synced: it only has to outlive this process, not the machine.
+        writeFileAtomically(c_.fileSystem, c_.layout.indexingAttemptPath(), candidate.digest + "\n", 0644,
+                            Durability::deferred);
+    } catch (const FileSystemError& error) {
+        c_.logger.error(std::string("Could not note the text being read: ") + error.what());
+    }
     try {
         text = c_.extractor.extract(c_.layout.payloadPath(candidate.slot, candidate.payloadName), candidate.isPackage);
         if (text && text->empty()) text.reset();

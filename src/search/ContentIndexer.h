@@ -30,7 +30,11 @@ namespace vosklin {
 //  3. `floor_` only rises when a run has walked all the way down to it, so
 //     every version at or below it had its digest looked at; clear() drops it
 //     to 0.
-//  4. A result is stored only while the run's generation is current and in
+//  4. While a digest's text is read, the store's "indexing.attempt" names it.
+//     A reader that crashes the process (a hostile document meeting a library
+//     bug) leaves the file behind; the next run records that digest as failed
+//     before anything else, so one document cannot bring the daemon down twice.
+//  5. A result is stored only while the run's generation is current and in
 //     the same transaction that checks a version still holds the digest, so
 //     neither a clear nor a prune racing the run leaves text behind.
 //
@@ -48,6 +52,7 @@ public:
     struct Collaborators {
         VersionCatalog& catalog;
         const VersionStoreLayout& layout;
+        FileSystem& fileSystem;
         const TextExtractor& extractor;
         Settings& settings;
         MachineConditions& machine;
@@ -93,6 +98,9 @@ private:
     Report run(std::int64_t budget, std::stop_token stop);
     std::optional<End> reasonToStop(std::int64_t remaining, std::stop_token stop, std::uint64_t generation);
     void indexOne(const PendingContent& candidate, std::uint64_t generation, Report& report);
+    // Records as failed the digest an earlier run was reading when the process died.
+    void settleCrashedAttempt(Report& report);
+    void clearAttempt();
     // Waits the pause between batches; false when the run was cancelled meanwhile.
     bool pause(std::stop_token stop, std::uint64_t generation);
     void loop(std::stop_token stop);

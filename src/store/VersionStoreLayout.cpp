@@ -17,6 +17,7 @@ std::string VersionStoreLayout::versionsDirectory() const { return joinPath(root
 std::string VersionStoreLayout::stagingDirectory() const { return joinPath(root_, "staging"); }
 std::string VersionStoreLayout::journalDirectory() const { return joinPath(root_, "journal"); }
 std::string VersionStoreLayout::slotLockPath() const { return joinPath(root_, "slots.lock"); }
+std::string VersionStoreLayout::indexingAttemptPath() const { return joinPath(root_, "indexing.attempt"); }
 
 std::string VersionStoreLayout::slotDirectory(const std::string& slotRelativePath) const {
     return joinPath(root_, slotRelativePath);

@@ -39,6 +39,9 @@ public:
     // recorded; the orphan sweep holds it exclusively while it removes slots,
     // so it never takes a capture's slot for an orphan.
     std::string slotLockPath() const;
+    // Names the digest whose text is being read, while it is read: a reader that
+    // brings the daemon down leaves it behind, and that digest is not tried again.
+    std::string indexingAttemptPath() const;
     std::string slotDirectory(const std::string& slotRelativePath) const;
     std::string payloadPath(const std::string& slotRelativePath, const std::string& payloadName) const;
 

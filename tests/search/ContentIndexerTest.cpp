@@ -48,7 +48,7 @@ protected:
     Settings settings{directory / "settings.json", stack.fileSystem, stack.logger};
     test::FakeMachineConditions machine;
     TextExtractor extractor{stack.fileSystem};
-    ContentIndexer indexer{{stack.catalog, stack.layout, extractor, settings, machine, stack.clock, stack.logger},
+    ContentIndexer indexer{{stack.catalog, stack.layout, stack.fileSystem, extractor, settings, machine, stack.clock, stack.logger},
                            {10, 0}};
     ContentSearchModel search{stack.catalog, stack.clock};
     int captures = 0;
@@ -81,6 +81,21 @@ TEST_F(ContentIndexerTest, IndexesEachDigestOnceAndRecordsTextlessAndFailedOnes)
         << "diacritics fold, newest file first";
     EXPECT_EQ(filesMatching("quarter"), std::vector<std::string>{"utf16.txt"}) << "the last word is a prefix";
     EXPECT_EQ(run().versions, 0) << "no digest is attempted twice, failed ones included";
+}
+
+TEST_F(ContentIndexerTest, ADocumentWhoseReadingKilledTheProcessIsRecordedFailedNotReadAgain) {
+    save("poison.pdf", "%PDF-1.4 pretend this one crashes the reader");
+    save("fine.txt", "harmless words");
+    const auto poison = stack.catalog.nextBatchToIndex(stack.catalog.highestVersionID() + 1, 0, 10).back();
+    ASSERT_EQ(poison.payloadName, "poison.pdf");
+    // What a run that died inside the reader leaves behind.
+    directory.write("store/indexing.attempt", poison.digest + "\n");
+    const auto report = run();
+    EXPECT_EQ(report.failed, 1);
+    EXPECT_EQ(report.versions, 1) << "only the other document was read";
+    EXPECT_EQ(stack.catalog.contentIndexCounts().failed, 1);
+    EXPECT_EQ(stack.catalog.digestsToIndexCount(), 0);
+    EXPECT_FALSE(std::filesystem::exists(stack.layout.indexingAttemptPath())) << "a run that ends takes it away";
 }
 
 TEST_F(ContentIndexerTest, StopsBeforeABatchForEachReasonAndLaterRunsGoOnWhereTheIndexStands) {
@@ -123,7 +138,7 @@ TEST_F(ContentIndexerTest, StopsBeforeABatchForEachReasonAndLaterRunsGoOnWhereTh
 
 TEST_F(ContentIndexerTest, ItsThreadServesRequestsAndAClearDuringARunStoresNothingMore) {
     for (int i = 0; i < 6; ++i) save("page" + std::to_string(i) + ".txt", "page " + std::to_string(i));
-    ContentIndexer paced{{stack.catalog, stack.layout, extractor, settings, machine, stack.clock, stack.logger},
+    ContentIndexer paced{{stack.catalog, stack.layout, stack.fileSystem, extractor, settings, machine, stack.clock, stack.logger},
                          {1, 30}};
     paced.start();
     paced.request();
