@@ -9,6 +9,7 @@
 #include <map>
 #include <vector>
 
+#include "platform/Utf8.h"
 #include "search/TextExtractionError.h"
 
 namespace vosklin {
@@ -60,24 +61,6 @@ int codePageOfCharset(int charset) {
         case 254: return 437;
         case 255: return 850;
         default: return 0;  // 1 (default), 2 (symbol) and unknown sets
-    }
-}
-
-void appendUtf8(std::string& out, char32_t u) {
-    if (u < 0x80) {
-        out += char(u);
-    } else if (u < 0x800) {
-        out += char(0xC0 | (u >> 6));
-        out += char(0x80 | (u & 0x3F));
-    } else if (u < 0x10000) {
-        out += char(0xE0 | (u >> 12));
-        out += char(0x80 | ((u >> 6) & 0x3F));
-        out += char(0x80 | (u & 0x3F));
-    } else {
-        out += char(0xF0 | (u >> 18));
-        out += char(0x80 | ((u >> 12) & 0x3F));
-        out += char(0x80 | ((u >> 6) & 0x3F));
-        out += char(0x80 | (u & 0x3F));
     }
 }
 

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <vector>
 
+#include "platform/Utf8.h"
 #include "search/CompoundFile.h"
 #include "search/TextExtractionError.h"
 
@@ -134,23 +135,7 @@ private:
         }
     }
 
-    void append(std::uint32_t code) {
-        if (code < 0x80) {
-            text_ += char(code);
-        } else if (code < 0x800) {
-            text_ += char(0xC0 | code >> 6);
-            text_ += char(0x80 | (code & 0x3F));
-        } else if (code < 0x10000) {
-            text_ += char(0xE0 | code >> 12);
-            text_ += char(0x80 | (code >> 6 & 0x3F));
-            text_ += char(0x80 | (code & 0x3F));
-        } else {
-            text_ += char(0xF0 | code >> 18);
-            text_ += char(0x80 | (code >> 12 & 0x3F));
-            text_ += char(0x80 | (code >> 6 & 0x3F));
-            text_ += char(0x80 | (code & 0x3F));
-        }
-    }
+    void append(std::uint32_t code) { appendUtf8(text_, code); }
 
     std::string text_;
     std::vector<bool> fields_;  // per open field: still in its instructions

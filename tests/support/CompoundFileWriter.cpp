@@ -7,13 +7,6 @@
 #include <string_view>
 
 namespace vosklin::test {
-namespace {
-
-constexpr std::uint32_t endOfChain = 0xFFFFFFFE, freeSector = 0xFFFFFFFF, noEntry = 0xFFFFFFFF;
-constexpr std::uint32_t fatMark = 0xFFFFFFFD, difatMark = 0xFFFFFFFC;
-constexpr std::size_t cutoff = 4096, miniSize = 64;
-
-std::uint32_t divideUp(std::size_t value, std::size_t by) { return std::uint32_t((value + by - 1) / by); }
 
 void put16(std::string& b, std::size_t at, std::uint16_t value) {
     b[at] = char(value & 0xFF);
@@ -23,6 +16,15 @@ void put32(std::string& b, std::size_t at, std::uint32_t value) {
     put16(b, at, std::uint16_t(value & 0xFFFF));
     put16(b, at + 2, std::uint16_t(value >> 16));
 }
+
+namespace {
+
+constexpr std::uint32_t endOfChain = 0xFFFFFFFE, freeSector = 0xFFFFFFFF, noEntry = 0xFFFFFFFF;
+constexpr std::uint32_t fatMark = 0xFFFFFFFD, difatMark = 0xFFFFFFFC;
+constexpr std::size_t cutoff = 4096, miniSize = 64;
+
+std::uint32_t divideUp(std::size_t value, std::size_t by) { return std::uint32_t((value + by - 1) / by); }
+
 
 // Links `count` consecutive entries of `table` from `first` into one chain.
 void chain(std::vector<std::uint32_t>& table, std::uint32_t first, std::uint32_t count) {

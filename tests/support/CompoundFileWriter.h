@@ -7,6 +7,10 @@
 
 namespace vosklin::test {
 
+// Little-endian stores into `b` at `at`, as both file formats lay out their numbers.
+void put16(std::string& b, std::size_t at, std::uint16_t value);
+void put32(std::string& b, std::size_t at, std::uint32_t value);
+
 // A compound file written by CompoundFileWriter, with where its parts went so
 // that a test can damage them on purpose.
 struct CompoundFileImage {

@@ -3,14 +3,6 @@
 namespace vosklin::test {
 namespace {
 
-void put16(std::string& b, std::size_t at, std::uint16_t value) {
-    b[at] = char(value & 0xFF);
-    b[at + 1] = char(value >> 8);
-}
-void put32(std::string& b, std::size_t at, std::uint32_t value) {
-    put16(b, at, std::uint16_t(value & 0xFFFF));
-    put16(b, at + 2, std::uint16_t(value >> 16));
-}
 void append32(std::string& b, std::uint32_t value) {
     b.append(4, '\0');
     put32(b, b.size() - 4, value);
