@@ -287,7 +287,7 @@ const char* const walkSql =
     "WITH matching(text_id) AS MATERIALIZED (SELECT rowid FROM content_fts WHERE content_fts MATCH ?3) " COLUMNS_SQL
     "FROM content_fts CROSS JOIN (SELECT c.id AS text_id, v.id AS version_id, v.captured_at AS captured_at, "
     "v.file_id AS file_id FROM versions v INDEXED BY versions_by_folder_time JOIN content_texts c ON c.digest = "
-    "v.digest WHERE v.folder_id = ?4 AND c.id IN matching ORDER BY v.captured_at DESC, v.id DESC LIMIT ?5) AS kept "
+    "v.digest WHERE v.folder_id = ?4 AND +c.id IN matching ORDER BY v.captured_at DESC, v.id DESC LIMIT ?5) AS kept "
     "CROSS JOIN files f WHERE content_fts MATCH ?3 AND kept.text_id = content_fts.rowid AND f.id = kept.file_id "
     "ORDER BY kept.captured_at DESC, kept.version_id DESC";
 // The kept rows alone, to show what the snippets cost on top.
@@ -548,7 +548,8 @@ void runSearchLatency(const Language& language) {
                 " queries the search ran, or with each other)\n",
                 mismatches, compared);
     std::printf("Times in ms. matches: rows of the bare match (mean); hits: rows the scan statement returned (mean, at "
-                "most %" PRId64 "); n_s: queries the search ran in the cell (the others ran all %d).\nsearch: ContentSearchModel::search (the catalog's statement); seek, scan: the proposed "
+                "most %" PRId64 "); n_s: queries the search ran in the cell; the statements "
+                "ran up to %d, each stopping early once it had its minimum and had spent the cell's seconds.\nsearch: ContentSearchModel::search (the catalog's statement); seek, scan: the proposed "
                 "statements on a second connection; kept: their first half alone (no snippets);\nwalk: the folder's versions newest first against the matching set; adapt: a count of the matches, then walk "
                 "from %" PRId64 " matches on, else scan;\nfloor: '%s', "
                 "stepped to the end; ratios are of the p95s.\nload average after: %s\n",
