@@ -663,7 +663,7 @@ public:
     }
 
     ContentIndexer::Report index(ContentIndexer::Pacing pacing, std::int64_t budget) {
-        ContentIndexer indexer({*catalog_, layout_, extractor_, settings_, machine_, clock_, logger_}, pacing);
+        ContentIndexer indexer({*catalog_, layout_, fileSystem_, extractor_, settings_, machine_, clock_, logger_}, pacing);
         return indexer.runNow(budget);
     }
     void clear() { catalog_->clearContentIndex(); }

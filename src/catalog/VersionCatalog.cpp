@@ -771,11 +771,18 @@ std::vector<ContentMatch> VersionCatalog::searchContents(const std::string& star
                                                        const std::string& folderID, std::int64_t limit) {
     Guard guard(lock_);
     std::vector<ContentMatch> hits;
+    // The kept versions are found first, from the full-text side, and snippets are made for
+    // those alone: the plain join walked every version of the folder and made a snippet for
+    // every match before the limit cut them. Same rows, same order (a property test holds
+    // this statement to the plain join).
     database_.query(
-        "SELECT f.id, f.folder_id, f.rel_path, f.inode, f.is_package, f.ext, f.last_digest, f.deleted_at, v.id, "
-        "v.captured_at, snippet(content_fts, 0, ?, ?, '…', 12) FROM content_fts JOIN content_texts c ON c.id = "
-        "content_fts.rowid JOIN versions v ON v.digest = c.digest JOIN files f ON f.id = v.file_id WHERE content_fts "
-        "MATCH ? AND v.folder_id = ? ORDER BY v.captured_at DESC, v.id DESC LIMIT ?",
+        "SELECT f.id, f.folder_id, f.rel_path, f.inode, f.is_package, f.ext, f.last_digest, f.deleted_at, "
+        "kept.version_id, kept.captured_at, snippet(content_fts, 0, ?1, ?2, '…', 12) FROM content_fts CROSS JOIN "
+        "(SELECT c.id AS text_id, v.id AS version_id, v.captured_at AS captured_at, v.file_id AS file_id FROM "
+        "content_fts JOIN content_texts c ON c.id = content_fts.rowid JOIN versions v ON v.digest = c.digest WHERE "
+        "content_fts MATCH ?3 AND v.folder_id = ?4 ORDER BY v.captured_at DESC, v.id DESC LIMIT ?5) AS kept CROSS "
+        "JOIN files f WHERE content_fts MATCH ?3 AND kept.text_id = content_fts.rowid AND f.id = kept.file_id ORDER "
+        "BY kept.captured_at DESC, kept.version_id DESC",
         {startMarker, endMarker, matchExpression, folderID, integer(limit)}, [&](const DatabaseRow& row) {
             hits.push_back({readFile(row, 0), {row.int64(8), row.real(9), row.text(10)}});
         });

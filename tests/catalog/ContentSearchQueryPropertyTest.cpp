@@ -1,13 +1,12 @@
-// The content search statement, against a reference that says what it must
-// return, over random catalogs: shared digests across files and folders, texts
-// missing or without text, ties on capture time, deleted files, prefix and
-// accented words, and limits that cut through ties.
+// The catalog's content search statement, against a reference that says what
+// it must return, over random catalogs: shared digests across files and
+// folders, texts missing or without text, ties on capture time, deleted files,
+// prefix and accented words, and limits that cut through ties.
 //
 // The reference is the plain join: every matching version with its snippet,
-// sorted, then cut. The candidate finds the kept versions first and builds
-// snippets for those alone (searching a big history built snippets for every
-// matching version, and walked every version of the folder). Both must agree
-// row for row, snippet included, and the catalog's searchContents with them.
+// sorted, then cut. The catalog finds the kept versions first and builds
+// snippets for those alone, which is far faster on a big history; the two must
+// agree row for row, snippet included.
 #include <gtest/gtest.h>
 
 #include <random>
@@ -29,13 +28,6 @@ const char* const reference =
     "12) FROM content_fts JOIN content_texts c ON c.id = content_fts.rowid JOIN versions v ON v.digest = c.digest "
     "JOIN files f ON f.id = v.file_id WHERE content_fts MATCH ?3 AND v.folder_id = ?4 ORDER BY v.captured_at DESC, "
     "v.id DESC LIMIT ?5";
-const char* const candidate =
-    "SELECT f.id, f.folder_id, f.rel_path, f.deleted_at, kept.version_id, kept.captured_at, snippet(content_fts, 0, "
-    "?1, ?2, '…', 12) FROM content_fts CROSS JOIN (SELECT c.id AS text_id, v.id AS version_id, v.captured_at AS "
-    "captured_at, v.file_id AS file_id FROM content_fts JOIN content_texts c ON c.id = content_fts.rowid JOIN "
-    "versions v ON v.digest = c.digest WHERE content_fts MATCH ?3 AND v.folder_id = ?4 ORDER BY v.captured_at DESC, "
-    "v.id DESC LIMIT ?5) AS kept CROSS JOIN files f WHERE content_fts MATCH ?3 AND kept.text_id = content_fts.rowid "
-    "AND f.id = kept.file_id ORDER BY kept.captured_at DESC, kept.version_id DESC";
 
 using Row = std::tuple<std::int64_t, std::string, std::string, std::optional<double>, std::int64_t, double, std::string>;
 
@@ -49,7 +41,7 @@ std::vector<Row> rows(Database& database, const char* sql, const std::string& ex
     return out;
 }
 
-TEST(ContentSearchQueryPropertyTest, CandidateStatementReturnsTheReferenceRowsInOrder) {
+TEST(ContentSearchQueryPropertyTest, TheCatalogsStatementReturnsThePlainJoinsRowsInOrder) {
     const std::vector<std::string> words = {"cat",  "catalog", "cattle", "café", "cafe",  "naïve", "naive", "zebra",
                                             "zero", "report",  "the",    "a",    "résumé", "budget", "plan"};
     const std::vector<std::string> folders = {"folder-a", "folder-b"};
@@ -106,7 +98,6 @@ TEST(ContentSearchQueryPropertyTest, CandidateStatementReturnsTheReferenceRowsIn
             SCOPED_TRACE(expression + " in " + folder + ", limit " + std::to_string(limit));
 
             const auto expected = rows(database, reference, expression, folder, limit);
-            ASSERT_EQ(rows(database, candidate, expression, folder, limit), expected);
             const auto hits = catalog.searchContents("<", ">", expression, folder, limit);
             ASSERT_EQ(hits.size(), expected.size());
             for (std::size_t i = 0; i < hits.size(); ++i) {
