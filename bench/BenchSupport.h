@@ -5,6 +5,7 @@
 
 #include <dirent.h>
 #include <fcntl.h>
+#include <sys/statfs.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -12,6 +13,7 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdint>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
@@ -135,5 +137,29 @@ public:
 private:
     std::uint64_t state_;
 };
+
+// Where scratch folders go: $VOSKLIN_BENCH_DIR, else `fallback`.
+inline std::string scratchBase(const char* fallback) {
+    const char* base = std::getenv("VOSKLIN_BENCH_DIR");
+    return base && *base ? base : fallback;
+}
+
+// The file system `path` lies on, by name, for the figures' heading.
+inline std::string fileSystemName(const std::string& path) {
+    struct statfs info {};
+    if (::statfs(path.c_str(), &info) != 0) return "unknown";
+    switch (static_cast<unsigned long>(info.f_type)) {
+        case 0xEF53: return "ext4";
+        case 0x58465342: return "xfs";
+        case 0x9123683E: return "btrfs";
+        case 0x01021994: return "tmpfs";
+        case 0x794C7630: return "overlayfs";
+        default: {
+            char hex[32];
+            std::snprintf(hex, sizeof hex, "0x%lx", static_cast<unsigned long>(info.f_type));
+            return hex;
+        }
+    }
+}
 
 }  // namespace vosklin::bench

@@ -61,6 +61,8 @@ namespace {
 using namespace vosklin;
 using bench::DeterministicBytes;
 using bench::TempDir;
+using bench::fileSystemName;
+using bench::scratchBase;
 using Steady = std::chrono::steady_clock;
 
 constexpr int versionsPerFile = 100;
@@ -73,28 +75,6 @@ std::int64_t versionCount = 1'000'000;  // --versions=N
 int fileCount() { return int(versionCount / versionsPerFile); }
 
 double seconds(Steady::duration elapsed) { return std::chrono::duration<double>(elapsed).count(); }
-
-std::string scratchBase() {
-    const char* base = std::getenv("VOSKLIN_BENCH_DIR");
-    return base && *base ? base : "/tmp";
-}
-
-std::string fileSystemName(const std::string& path) {
-    struct statfs info {};
-    if (::statfs(path.c_str(), &info) != 0) return "unknown";
-    switch (static_cast<unsigned long>(info.f_type)) {
-        case 0xEF53: return "ext4";
-        case 0x58465342: return "xfs";
-        case 0x9123683E: return "btrfs";
-        case 0x01021994: return "tmpfs";
-        case 0x794C7630: return "overlayfs";
-        default: {
-            char hex[32];
-            std::snprintf(hex, sizeof hex, "0x%lx", static_cast<unsigned long>(info.f_type));
-            return hex;
-        }
-    }
-}
 
 // --- Memory -------------------------------------------------------------------
 
@@ -207,7 +187,7 @@ std::vector<std::string> subdirectoryNames(const std::string& path) {
 class RetentionStore {
 public:
     RetentionStore()
-        : scratch_("vosklin-retention-bench", scratchBase()),
+        : scratch_("vosklin-retention-bench", scratchBase("/tmp")),
           layout_(scratch_.file("store"), fileSystem_),
           folders_(scratch_.file("folders.json"), fileSystem_),
           settings_(scratch_.file("settings.json"), fileSystem_, logger_),
@@ -666,11 +646,11 @@ bool takeOwnFlags(int& argc, char** argv) {
 // Each version takes three inodes (its slot, payload and sidecar).
 bool enoughInodes() {
     struct statvfs info {};
-    if (::statvfs(scratchBase().c_str(), &info) != 0) return true;
+    if (::statvfs(scratchBase("/tmp").c_str(), &info) != 0) return true;
     const auto needed = std::uint64_t(versionCount) * 31 / 10 + 100'000;
     if (info.f_favail >= needed) return true;
     std::fprintf(stderr, "retention_bench: %s has %llu free inodes, the store needs about %llu; set VOSKLIN_BENCH_DIR\n",
-                 scratchBase().c_str(), static_cast<unsigned long long>(info.f_favail),
+                 scratchBase("/tmp").c_str(), static_cast<unsigned long long>(info.f_favail),
                  static_cast<unsigned long long>(needed));
     return false;
 }

@@ -41,6 +41,7 @@
 #include <vector>
 
 #include "BenchSupport.h"
+#include "../tests/support/MinimalPdf.h"
 #include "catalog/Database.h"
 #include "catalog/VersionCatalog.h"
 #include "platform/Clock.h"
@@ -58,6 +59,9 @@ namespace {
 using namespace vosklin;
 using bench::DeterministicBytes;
 using bench::TempDir;
+using bench::fileSystemName;
+using bench::scratchBase;
+using test::pdf;
 using Steady = std::chrono::steady_clock;
 
 const std::string folderID = "3B0E8C52-6D1F-4A7B-9C20-5E4F1A2B7D63";
@@ -77,28 +81,6 @@ struct Options {
 Options options;
 
 double seconds(Steady::duration elapsed) { return std::chrono::duration<double>(elapsed).count(); }
-
-std::string scratchBase() {
-    const char* base = std::getenv("VOSKLIN_BENCH_DIR");
-    return base && *base ? base : "/var/tmp";
-}
-
-std::string fileSystemName(const std::string& path) {
-    struct statfs info {};
-    if (::statfs(path.c_str(), &info) != 0) return "unknown";
-    switch (static_cast<unsigned long>(info.f_type)) {
-        case 0xEF53: return "ext4";
-        case 0x58465342: return "xfs";
-        case 0x9123683E: return "btrfs";
-        case 0x01021994: return "tmpfs";
-        case 0x794C7630: return "overlayfs";
-        default: {
-            char hex[32];
-            std::snprintf(hex, sizeof hex, "0x%lx", static_cast<unsigned long>(info.f_type));
-            return hex;
-        }
-    }
-}
 
 std::string loadAverage() {
     std::ifstream file("/proc/loadavg");
@@ -340,7 +322,7 @@ std::vector<RowKey> grouped(const std::vector<RowKey>& rows) {
 class SearchCorpus {
 public:
     explicit SearchCorpus(const Language& language)
-        : scratch_("vosklin-search-bench", scratchBase()), catalog_(scratch_.file("index.sqlite")) {
+        : scratch_("vosklin-search-bench", scratchBase("/var/tmp")), catalog_(scratch_.file("index.sqlite")) {
         std::fprintf(stderr, "Catalog under %s (%s); %" PRId64 " texts...\n", scratch_.path().c_str(),
                      fileSystemName(scratch_.path()).c_str(), options.texts);
         auto started = Steady::now();
@@ -559,45 +541,6 @@ void runSearchLatency(const Language& language) {
 
 // --- 2. Indexing throughput -----------------------------------------------------
 
-// A PDF whose pages hold the given lines in 10 pt Helvetica, one under another.
-std::string pdf(const std::vector<std::vector<std::string>>& pages) {
-    std::vector<std::string> objects = {"<< /Type /Catalog /Pages 2 0 R >>", "",
-                                        "<< /Type /Font /Subtype /Type1 /BaseFont /Helvetica >>"};
-    std::string kids;
-    for (const auto& lines : pages) {
-        std::size_t width = 1;
-        for (const auto& line : lines) width = std::max(width, line.size());
-        const std::size_t height = 40 + 12 * lines.size();
-        std::string content = "BT /F1 10 Tf 12 TL 20 " + std::to_string(height - 20) + " Td";
-        for (const auto& line : lines) content += " (" + line + ") Tj T*";
-        content += " ET";
-        const std::size_t pageNumber = objects.size() + 1;
-        kids += std::to_string(pageNumber) + " 0 R ";
-        objects.push_back("<< /Type /Page /Parent 2 0 R /MediaBox [0 0 " + std::to_string(40 + 6 * width) + " " +
-                          std::to_string(height) + "] /Resources << /Font << /F1 3 0 R >> >> /Contents " +
-                          std::to_string(pageNumber + 1) + " 0 R >>");
-        objects.push_back("<< /Length " + std::to_string(content.size()) + " >>\nstream\n" + content +
-                          "\nendstream");
-    }
-    objects[1] = "<< /Type /Pages /Kids [" + kids + "] /Count " + std::to_string(pages.size()) + " >>";
-    std::string file = "%PDF-1.4\n";
-    std::vector<std::size_t> offsets;
-    for (std::size_t i = 0; i < objects.size(); ++i) {
-        offsets.push_back(file.size());
-        file += std::to_string(i + 1) + " 0 obj\n" + objects[i] + "\nendobj\n";
-    }
-    const std::size_t xref = file.size();
-    file += "xref\n0 " + std::to_string(objects.size() + 1) + "\n0000000000 65535 f \n";
-    for (std::size_t offset : offsets) {
-        char entry[21];
-        std::snprintf(entry, sizeof entry, "%010zu 00000 n \n", offset);
-        file += entry;
-    }
-    file += "trailer\n<< /Size " + std::to_string(objects.size() + 1) + " /Root 1 0 R >>\nstartxref\n" +
-            std::to_string(xref) + "\n%%EOF\n";
-    return file;
-}
-
 // The text laid out as a document: lines of about 80 characters, 50 lines a page.
 std::string pdfOf(const std::string& text) {
     std::vector<std::vector<std::string>> pages(1);
@@ -628,7 +571,7 @@ enum class PayloadKind { text, pdf };
 class IndexingStore {
 public:
     IndexingStore(const Language& language, PayloadKind kind, std::int64_t count, std::uint64_t seed)
-        : scratch_("vosklin-index-bench", scratchBase()),
+        : scratch_("vosklin-index-bench", scratchBase("/var/tmp")),
           layout_(scratch_.file("store"), fileSystem_),
           settings_(scratch_.file("settings.json"), fileSystem_, logger_),
           extractor_(fileSystem_) {
@@ -774,8 +717,8 @@ int main(int argc, char** argv) {
         char host[256] = "";
         ::gethostname(host, sizeof host - 1);
         std::printf("search_bench on %s, %ld cores, load average %s, scratch %s (%s)\n", host,
-                    ::sysconf(_SC_NPROCESSORS_ONLN), loadAverage().c_str(), scratchBase().c_str(),
-                    fileSystemName(scratchBase()).c_str());
+                    ::sysconf(_SC_NPROCESSORS_ONLN), loadAverage().c_str(), scratchBase("/var/tmp").c_str(),
+                    fileSystemName(scratchBase("/var/tmp")).c_str());
         const auto started = Steady::now();
         const Language language;
         std::fprintf(stderr, "Vocabulary of %zu words in %.1f s\n", Language::vocabularySize,

@@ -12,7 +12,7 @@
 namespace vosklin {
 namespace {
 
-using test::WordDocumentSpec;
+using test::WordDocumentPlan;
 using test::WordPiece;
 
 WordPiece latin(std::string cp1252) { return WordPiece::latin(std::move(cp1252)); }
@@ -20,7 +20,7 @@ WordPiece unicode(const std::u16string& text) { return WordPiece::unicode(text);
 
 struct Readable {
     const char* name;
-    WordDocumentSpec spec;
+    WordDocumentPlan plan;
     std::string text;
 };
 
@@ -59,7 +59,7 @@ std::vector<Readable> readableDocuments() {
 TEST(WordBinaryReaderTest, ReadsTheTextOfEachPiece) {
     const char* seeds = std::getenv("VOSKLIN_WRITE_WORD_SEEDS");
     for (const auto& document : readableDocuments()) {
-        const auto bytes = test::buildWordDocument(document.spec).bytes;
+        const auto bytes = test::buildWordDocument(document.plan).bytes;
         EXPECT_EQ(WordBinaryReader::text(bytes), document.text) << document.name;
         if (seeds && bytes.size() <= 64 * 1024) test::writeFile(std::string(seeds) + "/" + document.name + ".doc", bytes);
     }
@@ -68,11 +68,11 @@ TEST(WordBinaryReaderTest, ReadsTheTextOfEachPiece) {
 // Each case breaks one promise of the format; reading must say so, never
 // guess, crash or read past the bytes.
 TEST(WordBinaryReaderTest, RefusesWhatItCannotRead) {
-    const auto hello = [] { return WordDocumentSpec{.pieces = {latin("hello")}}; };
-    const auto big = [] { return WordDocumentSpec{.pieces = {latin("hello")}, .minimumSize = 10'000}; };
+    const auto hello = [] { return WordDocumentPlan{.pieces = {latin("hello")}}; };
+    const auto big = [] { return WordDocumentPlan{.pieces = {latin("hello")}, .minimumSize = 10'000}; };
     struct Case {
         const char* name;
-        WordDocumentSpec spec;
+        WordDocumentPlan plan;
         std::function<void(test::CompoundFileImage&)> damage = [](auto&) {};
     };
     const std::vector<Case> cases = {
@@ -97,7 +97,7 @@ TEST(WordBinaryReaderTest, RefusesWhatItCannotRead) {
         {"empty", hello(), [](auto& f) { f.bytes.clear(); }},
     };
     for (const auto& c : cases) {
-        auto image = test::buildWordDocument(c.spec);
+        auto image = test::buildWordDocument(c.plan);
         c.damage(image);
         EXPECT_THROW(WordBinaryReader::text(image.bytes), TextExtractionError) << c.name;
     }

@@ -49,52 +49,52 @@ struct Streams {
     std::string document, table, decoyTable;
 };
 
-Streams streams(const WordDocumentSpec& spec) {
+Streams streams(const WordDocumentPlan& plan) {
     // Word 97 header layout: 32 fixed bytes, 14 shorts, 22 longs, 93 offset/length pairs.
     std::string document(textStart, '\0');
-    put16(document, 0x00, spec.identifier);
-    put16(document, 0x02, spec.version);
-    put16(document, 0x0A, std::uint16_t((spec.encrypted ? 0x0100 : 0) | (spec.tableOne ? 0x0200 : 0)));
+    put16(document, 0x00, plan.identifier);
+    put16(document, 0x02, plan.version);
+    put16(document, 0x0A, std::uint16_t((plan.encrypted ? 0x0100 : 0) | (plan.tableOne ? 0x0200 : 0)));
     put16(document, 0x20, 14);
     put16(document, 0x3E, 22);
     put16(document, 0x98, 93);
 
-    std::vector<std::uint32_t> offsets(spec.pieces.size());
-    for (std::size_t k = 0; k < spec.pieces.size(); ++k) {
-        const std::size_t i = spec.reversedLayout ? spec.pieces.size() - 1 - k : k;
+    std::vector<std::uint32_t> offsets(plan.pieces.size());
+    for (std::size_t k = 0; k < plan.pieces.size(); ++k) {
+        const std::size_t i = plan.reversedLayout ? plan.pieces.size() - 1 - k : k;
         offsets[i] = std::uint32_t(document.size());
-        document += spec.pieces[i].bytes;
+        document += plan.pieces[i].bytes;
     }
     const std::vector<WordPiece> decoy{WordPiece::latin("decoy")};
     const std::vector<std::uint32_t> decoyOffsets{std::uint32_t(document.size())};
     document += decoy[0].bytes;
     std::uint32_t charactersInText = 0;
-    for (const auto& piece : spec.pieces) charactersInText += std::uint32_t(piece.bytes.size() / (piece.compressed ? 1 : 2));
+    for (const auto& piece : plan.pieces) charactersInText += std::uint32_t(piece.bytes.size() / (piece.compressed ? 1 : 2));
     put32(document, 0x4C, charactersInText);
-    if (document.size() < spec.minimumSize) document.resize(spec.minimumSize, '\0');
+    if (document.size() < plan.minimumSize) document.resize(plan.minimumSize, '\0');
 
     std::uint32_t fcClx = 0, lcbClx = 0, decoyFc = 0, decoyLcb = 0;
     Streams result;
-    result.table = tableStream(spec.pieces, offsets, spec.propertiesFirst, fcClx, lcbClx);
+    result.table = tableStream(plan.pieces, offsets, plan.propertiesFirst, fcClx, lcbClx);
     result.decoyTable = tableStream(decoy, decoyOffsets, false, decoyFc, decoyLcb);
-    put32(document, 0x1A2, spec.fcClx.value_or(fcClx));
-    put32(document, 0x1A6, spec.lcbClx.value_or(lcbClx));
+    put32(document, 0x1A2, plan.fcClx.value_or(fcClx));
+    put32(document, 0x1A6, plan.lcbClx.value_or(lcbClx));
     result.document = std::move(document);
     return result;
 }
 
 }  // namespace
 
-CompoundFileImage buildWordDocument(const WordDocumentSpec& spec) {
-    CompoundFileWriter writer(spec.majorVersion);
-    if (spec.embeddedDecoy) {  // an embedded document's streams, met first in the directory
+CompoundFileImage buildWordDocument(const WordDocumentPlan& plan) {
+    CompoundFileWriter writer(plan.majorVersion);
+    if (plan.embeddedDecoy) {  // an embedded document's streams, met first in the directory
         const auto inner = streams({.pieces = {WordPiece::latin("embedded")}});
         writer.add("ObjectPool/_1/WordDocument", inner.document).add("ObjectPool/_1/1Table", inner.table);
     }
-    const auto own = streams(spec);
+    const auto own = streams(plan);
     writer.add("WordDocument", own.document);
-    if (!spec.withoutTable) writer.add(spec.tableOne ? "1Table" : "0Table", own.table);
-    if (spec.decoyTable) writer.add(spec.tableOne ? "0Table" : "1Table", own.decoyTable);
+    if (!plan.withoutTable) writer.add(plan.tableOne ? "1Table" : "0Table", own.table);
+    if (plan.decoyTable) writer.add(plan.tableOne ? "0Table" : "1Table", own.decoyTable);
     return writer.write();
 }
 

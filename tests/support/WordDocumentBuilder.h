@@ -24,7 +24,7 @@ struct WordPiece {
 // fields a reader needs (identifier, version, flags, the piece table's place)
 // and the pieces' bytes, and a table stream holding the CLX. The defaults make
 // a valid document; the other fields bend it for a test.
-struct WordDocumentSpec {
+struct WordDocumentPlan {
     std::vector<WordPiece> pieces = {};  // in character-position order
     bool tableOne = true;
     bool decoyTable = false;     // the other table stream too, whose pieces read "decoy"
@@ -40,6 +40,6 @@ struct WordDocumentSpec {
     std::optional<std::uint32_t> fcClx = std::nullopt, lcbClx = std::nullopt;
 };
 
-CompoundFileImage buildWordDocument(const WordDocumentSpec& spec);
+CompoundFileImage buildWordDocument(const WordDocumentPlan& plan);
 
 }  // namespace vosklin::test
