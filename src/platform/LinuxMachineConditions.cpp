@@ -202,8 +202,10 @@ std::optional<std::string> graphicalSession() {
 
 }  // namespace
 
-LinuxMachineConditions::LinuxMachineConditions(std::string sysfsRoot, bool askSystemBus)
-    : sysfsRoot_(std::move(sysfsRoot)), askSystemBus_(askSystemBus) {}
+LinuxMachineConditions::LinuxMachineConditions(std::string sysfsRoot, bool askSystemBus, SessionFinder findSession)
+    : sysfsRoot_(std::move(sysfsRoot)),
+      askSystemBus_(askSystemBus),
+      findSession_(findSession ? std::move(findSession) : SessionFinder(graphicalSession)) {}
 
 bool LinuxMachineConditions::isLowPower() {
     try {
@@ -248,7 +250,7 @@ std::optional<double> LinuxMachineConditions::secondsSinceLastInput() {
     if (!askSystemBus_) return std::nullopt;
     try {
         const auto deadline = std::chrono::steady_clock::now() + busBudget;
-        const auto session = graphicalSession();
+        const auto session = findSession_();
         if (!session) return std::nullopt;
         char* path = nullptr;
         if (sd_bus_path_encode("/org/freedesktop/login1/session", session->c_str(), &path) < 0) return std::nullopt;

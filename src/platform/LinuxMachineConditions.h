@@ -1,5 +1,7 @@
 #pragma once
 
+#include <functional>
+#include <optional>
 #include <string>
 
 #include "platform/MachineConditions.h"
@@ -29,9 +31,14 @@ namespace vosklin {
 // from any thread.
 class LinuxMachineConditions final : public MachineConditions {
 public:
+    // Names the login session whose idle hint counts; nothing when there is none.
+    using SessionFinder = std::function<std::optional<std::string>()>;
+
     // `sysfsRoot` is where sysfs is mounted (tests pass a fake tree). Without
     // `askSystemBus` only sysfs is read: no power profile daemon, no idle time.
-    explicit LinuxMachineConditions(std::string sysfsRoot = "/sys", bool askSystemBus = true);
+    // `findSession` defaults to the calling user's graphical session as logind lists it.
+    explicit LinuxMachineConditions(std::string sysfsRoot = "/sys", bool askSystemBus = true,
+                                    SessionFinder findSession = {});
 
     bool isLowPower() override;
     ThermalState thermalState() override;
@@ -43,6 +50,7 @@ public:
 private:
     std::string sysfsRoot_;
     bool askSystemBus_;
+    SessionFinder findSession_;
 };
 
 }  // namespace vosklin

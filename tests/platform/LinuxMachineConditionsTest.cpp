@@ -11,9 +11,13 @@
 #include <systemd/sd-bus.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <cstddef>
 #include <filesystem>
+#include <functional>
+#include <optional>
 #include <thread>
 #include <vector>
 
@@ -54,51 +58,52 @@ TEST(LinuxMachineConditions, PlatformProfileLowPowerOnly) {
 }
 
 TEST(LinuxMachineConditions, TheHottestZoneAgainstItsTripPoints) {
+    using enum ThermalState;
+    for (const auto& [temp, expected] : std::vector<std::pair<std::string, ThermalState>>{
+             {"45000", nominal}, {"74999", nominal}, {"75000", fair}, {"80000", serious}, {"95000", critical},
+             {"hot", nominal}}) {
+        TempDirectory root;
+        zone(root, 0, temp, laptop);
+        EXPECT_EQ(LinuxMachineConditions(root.path(), false).thermalState(), expected) << temp;
+    }
+    // Reads fail on a directory, even for root.
+    const auto unreadable = [](auto& r, const std::string& file) {
+        fs::remove(r / file);
+        fs::create_directory(r / file);
+    };
     struct Case {
         const char* what;
         std::function<void(const TempDirectory&)> build;
         ThermalState expected;
     } const cases[] = {
-        {"no thermal zones", [](auto&) {}, ThermalState::nominal},
-        {"45 °C, above an active trip only", [](auto& r) { zone(r, 0, "45000", laptop); }, ThermalState::nominal},
-        {"76 °C, within 5 °C of passive", [](auto& r) { zone(r, 0, "76000", laptop); }, ThermalState::fair},
-        {"at the passive trip", [](auto& r) { zone(r, 0, "80000", laptop); }, ThermalState::serious},
-        {"past the hot trip", [](auto& r) { zone(r, 0, "96000", laptop); }, ThermalState::critical},
-        {"just under a critical-only trip", [](auto& r) { zone(r, 0, "99999", {{"critical", 100'000}}); },
-         ThermalState::nominal},
-        {"at a critical-only trip", [](auto& r) { zone(r, 0, "100000", {{"critical", 100'000}}); },
-         ThermalState::critical},
+        {"no thermal zones", [](auto&) {}, nominal},
+        {"just under a critical-only trip", [](auto& r) { zone(r, 0, "99999", {{"critical", 100'000}}); }, nominal},
+        {"at a critical-only trip", [](auto& r) { zone(r, 0, "100000", {{"critical", 100'000}}); }, critical},
+        {"a trip at 0 °C is an unused one", [](auto& r) { zone(r, 0, "30000", {{"critical", 0}}); }, nominal},
         {"the worst zone wins",
          [](auto& r) {
-             zone(r, 0, "40000", laptop);
-             zone(r, 1, "85000", laptop);
-             zone(r, 2, "30000", laptop);
+             for (int n : {0, 1, 2}) zone(r, n, n == 1 ? "85000" : "40000", laptop);
          },
-         ThermalState::serious},
-        {"a trip at 0 °C marks an unused one", [](auto& r) { zone(r, 0, "30000", {{"critical", 0}}); },
-         ThermalState::nominal},
-        {"unreadable zone temperature",
-         [](auto& r) {
-             zone(r, 0, "0", laptop);
-             fs::remove(r / "class/thermal/thermal_zone0/temp");
-             fs::create_directory(r / "class/thermal/thermal_zone0/temp");  // reads fail, even for root
+         serious},
+        {"unreadable temperature",
+         [&](auto& r) {
+             zone(r, 0, "99000", laptop);
+             unreadable(r, "class/thermal/thermal_zone0/temp");
          },
-         ThermalState::nominal},
-        {"temperature not a number", [](auto& r) { zone(r, 0, "hot", laptop); }, ThermalState::nominal},
+         nominal},
         {"an unreadable trip is skipped, the next still counts",
-         [](auto& r) {
+         [&](auto& r) {
              zone(r, 0, "97000", {{"critical", 90'000}, {"hot", 95'000}});
-             fs::remove(r / "class/thermal/thermal_zone0/trip_point_0_temp");
-             fs::create_directory(r / "class/thermal/thermal_zone0/trip_point_0_temp");
+             unreadable(r, "class/thermal/thermal_zone0/trip_point_0_temp");
          },
-         ThermalState::critical},
+         critical},
         {"not a thermal zone",
          [](auto& r) {
              r.write("class/thermal/cooling_device0/temp", "120000");
              r.write("class/thermal/cooling_device0/trip_point_0_type", "critical");
              r.write("class/thermal/cooling_device0/trip_point_0_temp", "100000");
          },
-         ThermalState::nominal},
+         nominal},
     };
     for (const auto& c : cases) {
         TempDirectory root;
@@ -139,20 +144,17 @@ private:
     std::string address_;
 };
 
-// A power profile daemon on the bus under one of its names; a silent one owns the name and never answers.
-class ProfileService {
+// A service on the bus: `name` owns `path`, whose `interface` has the properties of `vtable`,
+// read from `data`. A silent one owns the name and never answers.
+class BusService {
 public:
-    ProfileService(const std::string& address, const char* name, std::string profile, bool silent = false)
-        : profile_(std::move(profile)) {
+    BusService(const std::string& address, const char* name, const std::string& path, const char* interface,
+               const sd_bus_vtable* vtable, void* data, bool silent = false) {
         sd_bus_new(&bus_);
         sd_bus_set_address(bus_, address.c_str());
         sd_bus_set_bus_client(bus_, 1);
         sd_bus_set_method_call_timeout(bus_, 5'000'000);
-        std::string objectPath = "/" + std::string(name);
-        for (auto& c : objectPath)
-            if (c == '.') c = '/';
-        ok_ = sd_bus_start(bus_) >= 0 &&
-              sd_bus_add_object_vtable(bus_, nullptr, objectPath.c_str(), name, vtable, this) >= 0 &&
+        ok_ = sd_bus_start(bus_) >= 0 && sd_bus_add_object_vtable(bus_, nullptr, path.c_str(), interface, vtable, data) >= 0 &&
               sd_bus_request_name(bus_, name, 0) >= 0;
         if (ok_ && !silent)
             thread_ = std::jthread([this](std::stop_token stop) {
@@ -163,24 +165,32 @@ public:
                 }
             });
     }
-    ~ProfileService() {
+    BusService(const BusService&) = delete;
+    BusService& operator=(const BusService&) = delete;
+    ~BusService() {
         thread_ = {};
         sd_bus_flush_close_unref(bus_);
     }
     bool ok() const { return ok_; }
 
 private:
-    static int get(sd_bus*, const char*, const char*, const char*, sd_bus_message* reply, void* self, sd_bus_error*) {
-        return sd_bus_message_append(reply, "s", static_cast<ProfileService*>(self)->profile_.c_str());
-    }
-    static constexpr sd_bus_vtable vtable[] = {SD_BUS_VTABLE_START(0),
-                                               SD_BUS_PROPERTY("ActiveProfile", "s", get, 0, 0), SD_BUS_VTABLE_END};
-
-    std::string profile_;
     sd_bus* bus_ = nullptr;
     bool ok_ = false;
     std::jthread thread_;
 };
+
+// The power profile daemon, under its current name or its former one.
+struct Profile {
+    const char* active;
+};
+constexpr sd_bus_vtable profileProperties[] = {
+    SD_BUS_VTABLE_START(0), SD_BUS_PROPERTY("ActiveProfile", "s", nullptr, offsetof(Profile, active), 0),
+    SD_BUS_VTABLE_END};
+BusService profileService(const std::string& address, const std::string& name, Profile& profile, bool silent = false) {
+    std::string path = "/" + name;
+    std::replace(path.begin(), path.end(), '.', '/');
+    return BusService(address, name.c_str(), path, name.c_str(), profileProperties, &profile, silent);
+}
 
 class LinuxMachineConditionsBusTest : public ::testing::Test {
 protected:
@@ -197,23 +207,68 @@ protected:
 
 TEST_F(LinuxMachineConditionsBusTest, PowerSaverProfileUnderEitherNameIsLowPower) {
     EXPECT_FALSE(conditions.isLowPower()) << "no profile daemon";
+    Profile balanced{"balanced"}, saver{"power-saver"};
     {
-        ProfileService service(bus.address(), "net.hadess.PowerProfiles", "balanced");
+        auto service = profileService(bus.address(), "net.hadess.PowerProfiles", balanced);
         ASSERT_TRUE(service.ok());
         EXPECT_FALSE(conditions.isLowPower());
     }
-    ProfileService service(bus.address(), "org.freedesktop.UPower.PowerProfiles", "power-saver");
+    auto service = profileService(bus.address(), "org.freedesktop.UPower.PowerProfiles", saver);
     ASSERT_TRUE(service.ok());
     EXPECT_TRUE(conditions.isLowPower());
 }
 
 TEST_F(LinuxMachineConditionsBusTest, ASilentServiceCostsAtMostTheProbesBoundAndTheOtherNameStillCounts) {
-    ProfileService silent(bus.address(), "org.freedesktop.UPower.PowerProfiles", "balanced", true);
-    ProfileService answering(bus.address(), "net.hadess.PowerProfiles", "power-saver");
+    Profile balanced{"balanced"}, saver{"power-saver"};
+    auto silent = profileService(bus.address(), "org.freedesktop.UPower.PowerProfiles", balanced, true);
+    auto answering = profileService(bus.address(), "net.hadess.PowerProfiles", saver);
     ASSERT_TRUE(silent.ok() && answering.ok());
     const auto started = std::chrono::steady_clock::now();
     EXPECT_TRUE(conditions.isLowPower());
     EXPECT_LT(std::chrono::steady_clock::now() - started, 5s) << "bounded to about a second, not hung";
+}
+
+// Login session "2", as the login manager publishes it.
+struct Session {
+    int idle;
+    std::uint64_t since;  // microseconds since the epoch
+};
+constexpr sd_bus_vtable sessionProperties[] = {
+    SD_BUS_VTABLE_START(0), SD_BUS_PROPERTY("IdleHint", "b", nullptr, offsetof(Session, idle), 0),
+    SD_BUS_PROPERTY("IdleSinceHint", "t", nullptr, offsetof(Session, since), 0), SD_BUS_VTABLE_END};
+
+TEST_F(LinuxMachineConditionsBusTest, IdleTimeFromTheSessionsIdleHint) {
+    Session session{};
+    BusService login(bus.address(), "org.freedesktop.login1", "/org/freedesktop/login1/session/_32",
+                     "org.freedesktop.login1.Session", sessionProperties, &session);
+    ASSERT_TRUE(login.ok());
+    const auto now = std::uint64_t(std::chrono::duration_cast<std::chrono::microseconds>(
+                                       std::chrono::system_clock::now().time_since_epoch())
+                                       .count());
+    LinuxMachineConditions inSession(sysfs.path(), true, [] { return std::optional<std::string>("2"); });
+    struct Case {
+        const char* what;
+        Session state;
+        std::optional<double> seconds;
+    } const cases[] = {
+        {"idle for five minutes", {1, now - 300'000'000}, 300},
+        {"active again since ten seconds", {0, now - 10'000'000}, 0},
+        {"the desktop never set the hint", {0, 0}, std::nullopt},
+        {"idle since an unknown instant", {1, 0}, std::nullopt},
+        {"idle since a clock step forward", {1, now + 60'000'000}, 0},
+    };
+    for (const auto& c : cases) {
+        session = c.state;
+        const auto seconds = inSession.secondsSinceLastInput();
+        ASSERT_EQ(seconds.has_value(), c.seconds.has_value()) << c.what;
+        if (seconds) {
+            EXPECT_NEAR(*seconds, *c.seconds, 5) << c.what;
+        }
+    }
+    LinuxMachineConditions otherSession(sysfs.path(), true, [] { return std::optional<std::string>("3"); });
+    EXPECT_FALSE(otherSession.secondsSinceLastInput().has_value()) << "no such session on the bus";
+    LinuxMachineConditions noSession(sysfs.path(), true, [] { return std::optional<std::string>(); });
+    EXPECT_FALSE(noSession.secondsSinceLastInput().has_value());
 }
 
 TEST(LinuxMachineConditions, WithoutABusTheAnswersAreHarmless) {
