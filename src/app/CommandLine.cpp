@@ -14,6 +14,7 @@
 #include "app/SettingsCommand.h"
 #include "app/RunCommand.h"
 #include "app/DiffCommand.h"
+#include "app/ExportCommand.h"
 #include "app/FolderCommand.h"
 #include "app/HistoryCommand.h"
 #include "app/IndexCommand.h"
@@ -198,6 +199,18 @@ int CommandLine::run(int argc, char** argv) {
     usage->add_option("FOLDER", usageFolder, "Only this folder (its path or id)");
     addJson(usage);
 
+    std::string exportDestination;
+    auto exportCommand = app.add_subcommand("export", "Write a folder as it was at a moment into a new folder");
+    exportCommand->add_option("FOLDER", folderName, "The watched folder's path or id")->required();
+    exportCommand->add_option("MOMENT", momentText, "The moment's instant, as 'history' prints it, or a local date-time")
+        ->required();
+    exportCommand->add_option("DEST", exportDestination, "A new folder to create (it must not exist)")->required();
+    addJson(exportCommand);
+    exportCommand->footer("Every file the folder held then, with its bytes of then, sharing blocks with the store\n"
+                          "where the file system allows. Nothing is ever written over: DEST is created, and an\n"
+                          "export that fails or is stopped with Ctrl-C removes what it wrote. The folder itself\n"
+                          "is not touched.");
+
     std::vector<std::string> searchWords;
     std::optional<std::string> searchFolder;
     bool searchNames = false;
@@ -330,6 +343,8 @@ int CommandLine::run(int argc, char** argv) {
         if (prune->parsed()) return retention.prune(dryRun, json);
         if (erase->parsed()) return retention.erase(deleteVersions, deleteAll, dryRun, yes, json);
         if (usage->parsed()) return retention.usage(usageFolder, json);
+        if (exportCommand->parsed())
+            return ExportCommand(context, out_, err_).run(folderName, momentText, exportDestination, json);
         if (search->parsed()) {
             std::string text;
             for (const auto& word : searchWords) text += (text.empty() ? "" : " ") + word;
