@@ -46,7 +46,7 @@ struct Home {
 };
 
 const char* const routes[] = {"status", "snapshot", "scan",    "settle", "name",  "unname",
-                              "star",   "unstar",   "restore", "rewind", "prune", "delete", "index"};
+                              "star",   "unstar",   "restore", "rewind", "prune", "delete", "index", "search"};
 
 }  // namespace
 

@@ -16,7 +16,9 @@
 #include "platform/DisplayName.h"
 #include "platform/Instant.h"
 #include "platform/PathJson.h"
+#include "platform/PathNames.h"
 #include "platform/StringTable.h"
+#include "restore/FolderExport.h"
 #include "retention/HistoryEraser.h"
 #include "retention/StorageBudget.h"
 
@@ -173,6 +175,70 @@ nlohmann::json ApiHandlers::prune(const ApiRequest& request) {
             {"orphanBytes", report.sweep.bytesRemoved},
             {"stagingItemCount", report.sweep.stagingItemsRemoved},
             {"folders", folders}};
+}
+
+nlohmann::json ApiHandlers::search(const ApiRequest& request) {
+    const WatchedFolder folder = folderOf(request, false);
+    const std::string scopeName = request.text("scope").value_or("contents");
+    if (scopeName != "contents" && scopeName != "names")
+        throw ApiError(400, "'scope' is contents or names, not '" + scopeName + "'");
+    const auto scope = scopeName == "names" ? ContentSearchModel::Scope::names : ContentSearchModel::Scope::contents;
+    nlohmann::json answer = {{"scope", scopeName}, {"groups", nlohmann::json::array()}, {"pending", 0}};
+    if (!context_.storeExists()) return answer;
+    ContentSearchModel* model;
+    {
+        std::lock_guard guard(searchLock_);
+        // One model for the daemon's life: it recounts the pending texts at most every 30 s.
+        if (!searchModel_) searchModel_ = std::make_unique<ContentSearchModel>(context_.catalog(), context_.clock());
+        model = searchModel_.get();
+    }
+    const auto outcome = model->search(scope, {request.text("text").value_or(""), true, folder.id});
+    for (const auto& group : outcome.groups) {
+        nlohmann::json entry = {{"file", toJson(group.file)}, {"hits", nlohmann::json::array()}};
+        putPath(entry["file"], "path", joinPath(folder.path, group.file.relativePath));
+        for (const auto& hit : group.hits)
+            entry["hits"].push_back({{"versionID", hit.versionID},
+                                     {"capturedAt", formatInstant(hit.capturedAt)},
+                                     {"snippet", displayableUtf8(hit.snippet)}});
+        answer["groups"].push_back(entry);
+    }
+    for (const auto& file : outcome.files) {
+        nlohmann::json entry = {{"file", toJson(file.file)},
+                                {"versionCount", file.versionCount},
+                                {"lastCapturedAt", formatInstant(file.lastCapturedAt)}};
+        putPath(entry["file"], "path", joinPath(folder.path, file.file.relativePath));
+        answer["groups"].push_back(entry);
+    }
+    if (outcome.searched && scope == ContentSearchModel::Scope::contents) answer["pending"] = model->pending();
+    if (outcome.messageKey) {
+        answer["messageKey"] = *outcome.messageKey;
+        answer["message"] = StringTable::text(*outcome.messageKey);
+    }
+    return answer;
+}
+
+nlohmann::json ApiHandlers::exportFolder(const ApiRequest& request) {
+    const WatchedFolder folder = folderOf(request, false);
+    const std::string momentText = request.text("moment").value_or("");
+    const auto reading = readUserInstant(momentText);
+    if (!reading.instant) throw ApiError(400, userInstantRefusal(momentText, reading));
+    const auto destination = request.path("destination");
+    if (!destination || !isAbsolutePath(*destination)) throw ApiError(400, "'destination' must be an absolute path");
+    if (!context_.storeExists()) throw ApiError(404, "Vosklin has no history of " + DisplayName::of(folder.path) + " yet");
+    const double at = FolderHistory::load(context_.catalog(), folder.id).stateInstant(*reading.instant);
+    FolderExport exporter(context_.catalog(), context_.layout(), context_.cloner(), context_.fileSystem());
+    try {
+        const auto report = exporter.run(folder, at, *destination);
+        nlohmann::json answer = {{"folderID", folder.id},
+                                 {"at", formatInstant(at)},
+                                 {"fileCount", report.fileCount},
+                                 {"clonedCount", report.clonedCount},
+                                 {"logicalBytes", report.logicalBytes}};
+        putPath(answer, "destination", report.destination);
+        return answer;
+    } catch (const ExportError& error) {
+        throw ApiError(409, error.what());
+    }
 }
 
 nlohmann::json ApiHandlers::index(const ApiRequest& request) {
@@ -341,8 +407,10 @@ nlohmann::json ApiHandlers::dispatch(const std::string& name, const ApiRequest& 
     if (name == "name" || name == "unname") return mark(request, name == "name");
     if (name == "star" || name == "unstar") return star(request, name == "star");
     if (name == "index") return index(request);
-    if (name == "restore" || name == "rewind" || name == "prune" || name == "delete") {
+    if (name == "search") return search(request);
+    if (name == "restore" || name == "rewind" || name == "prune" || name == "delete" || name == "export") {
         std::lock_guard guard(historyLock_);
+        if (name == "export") return exportFolder(request);
         if (name == "restore") return restore(request);
         if (name == "rewind") return rewind(request);
         if (name == "prune") return prune(request);

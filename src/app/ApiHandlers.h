@@ -1,12 +1,14 @@
 #pragma once
 
 #include <nlohmann/json.hpp>
+#include <memory>
 #include <mutex>
 #include <stdexcept>
 #include <string>
 
 #include "app/AppContext.h"
 #include "capture/CaptureEngine.h"
+#include "search/ContentSearchModel.h"
 
 namespace vosklin {
 
@@ -51,6 +53,11 @@ class ApiRequest;
 //   index    {"action": "status" | "clear" | "now", "budget": optional, for now}
 //            -> "indexed", "withoutText", "failed", "pending", "textBytes"; after now also "run"
 //               ("versions", "indexed", "withoutText", "failed", "end", "finished")
+//   search   {"folder", "text", "scope": "contents" (default) or "names"}
+//            -> "groups" (each "file" with its "path", and "hits" or, for names, "versionCount"),
+//               "pending", and "messageKey"/"message" when nothing was searched or found
+//   export   {"folder", "moment", "destination": a new folder's absolute path}
+//            -> "fileCount", "clonedCount", "logicalBytes", "destination", "at"; 409 when refused
 //
 // Changes to history (restore, rewind, prune, delete) run one at a time: a
 // pass must not remove a version a rewind is about to read, and the eraser's
@@ -78,10 +85,14 @@ private:
     nlohmann::json prune(const ApiRequest& request);
     nlohmann::json erase(const ApiRequest& request);
     nlohmann::json index(const ApiRequest& request);
+    nlohmann::json search(const ApiRequest& request);
+    nlohmann::json exportFolder(const ApiRequest& request);
 
     AppContext& context_;
     CaptureEngine* engine_;
-    std::mutex historyLock_;
+    std::mutex historyLock_;  // also held by exports, so a pass cannot remove what one reads
+    std::mutex searchLock_;
+    std::unique_ptr<ContentSearchModel> searchModel_;
 };
 
 }  // namespace vosklin

@@ -2,7 +2,9 @@
 
 #include <filesystem>
 
+#include "app/ApiHandlers.h"
 #include "app/RecordedFolder.h"
+#include "support/RecordingLogger.h"
 #include "platform/Instant.h"
 
 namespace vosklin {
@@ -82,6 +84,38 @@ TEST_F(ExportCommandTest, RefusesAnythingThatWouldWriteOverOrIntoTheWrongPlaceAn
     EXPECT_EQ(failed.exitStatus, 1);
     EXPECT_NE(failed.err.find("notes/a.md"), std::string::npos) << failed.err;
     EXPECT_FALSE(fs::exists(out("partial")));
+}
+
+TEST_F(ExportCommandTest, TheWindowsExportAndSearchRequestsGoThroughTheSameHandlers) {
+    test::RecordingLogger logger;
+    AppContext context(home.path(), logger);
+    ApiHandlers handlers(context, nullptr);
+    const auto exported = handlers.call(
+        "export", {{"folder", root}, {"moment", formatInstant(t0 + 60)}, {"destination", out("from-window")}});
+    EXPECT_EQ(exported["fileCount"], 2);
+    EXPECT_EQ(test::readFile(out("from-window/plan.txt")), "first plan");
+    const struct {
+        nlohmann::json request;
+        int status;
+    } refusals[] = {
+        {{{"folder", root}, {"moment", formatInstant(t0 + 60)}, {"destination", out("from-window")}}, 409},
+        {{{"folder", root}, {"moment", formatInstant(t0 + 60)}, {"destination", "relative/dir"}}, 400},
+        {{{"folder", root}, {"moment", "2025-02-30"}, {"destination", out("x")}}, 400},
+    };
+    for (const auto& r : refusals) {
+        const auto answer = handlers.answer("export", r.request.dump());
+        EXPECT_EQ(answer.status, r.status) << r.request.dump() << " " << answer.body.dump();
+    }
+
+    handlers.call("index", {{"action", "now"}});
+    const auto found = handlers.call("search", {{"folder", root}, {"text", "plan"}});
+    ASSERT_EQ(found["groups"].size(), 1u) << found.dump();
+    EXPECT_EQ(found["groups"][0]["file"]["path"], root + "/plan.txt");
+    EXPECT_EQ(found["groups"][0]["hits"].size(), 2u);
+    EXPECT_EQ(handlers.call("search", {{"folder", root}, {"text", "later"}, {"scope", "names"}})["groups"].size(), 1u);
+    EXPECT_EQ(handlers.call("search", {{"folder", root}, {"text", "p"}})["messageKey"],
+              "history.search.contents.minLength");
+    EXPECT_EQ(handlers.answer("search", R"({"folder": "@", "text": "plan"})").status, 404);
 }
 
 }  // namespace
