@@ -189,26 +189,12 @@ nlohmann::json ApiHandlers::search(const ApiRequest& request) {
     {
         std::lock_guard guard(searchLock_);
         // One model for the daemon's life: it recounts the pending texts at most every 30 s.
-        if (!searchModel_) searchModel_ = std::make_unique<ContentSearchModel>(context_.catalog(), context_.clock());
+        if (!searchModel_) searchModel_ = std::make_unique<ContentSearchModel>(context_.readCatalog(), context_.clock());
         model = searchModel_.get();
     }
     const auto outcome = model->search(scope, {request.text("text").value_or(""), true, folder.id});
-    for (const auto& group : outcome.groups) {
-        nlohmann::json entry = {{"file", toJson(group.file)}, {"hits", nlohmann::json::array()}};
-        putPath(entry["file"], "path", joinPath(folder.path, group.file.relativePath));
-        for (const auto& hit : group.hits)
-            entry["hits"].push_back({{"versionID", hit.versionID},
-                                     {"capturedAt", formatInstant(hit.capturedAt)},
-                                     {"snippet", displayableUtf8(hit.snippet)}});
-        answer["groups"].push_back(entry);
-    }
-    for (const auto& file : outcome.files) {
-        nlohmann::json entry = {{"file", toJson(file.file)},
-                                {"versionCount", file.versionCount},
-                                {"lastCapturedAt", formatInstant(file.lastCapturedAt)}};
-        putPath(entry["file"], "path", joinPath(folder.path, file.file.relativePath));
-        answer["groups"].push_back(entry);
-    }
+    for (const auto& group : outcome.groups) answer["groups"].push_back(toJson(group, folder.path));
+    for (const auto& file : outcome.files) answer["groups"].push_back(toJson(file, folder.path));
     if (outcome.searched && scope == ContentSearchModel::Scope::contents) answer["pending"] = model->pending();
     if (outcome.messageKey) {
         answer["messageKey"] = *outcome.messageKey;

@@ -2,6 +2,7 @@
 
 #include "platform/Instant.h"
 #include "platform/PathJson.h"
+#include "platform/PathNames.h"
 
 namespace vosklin {
 
@@ -31,6 +32,24 @@ nlohmann::json toJson(const TrackedFile& file) {
     json["isPackage"] = file.isPackage;
     json["deletedAt"] = file.deletedAt ? nlohmann::json(formatInstant(*file.deletedAt)) : nlohmann::json();
     return json;
+}
+
+nlohmann::json toJson(const ContentHitGroup& group, const std::string& folderPath) {
+    nlohmann::json entry = {{"file", toJson(group.file)}, {"hits", nlohmann::json::array()}};
+    putPath(entry["file"], "path", joinPath(folderPath, group.file.relativePath));
+    for (const auto& hit : group.hits)
+        entry["hits"].push_back({{"versionID", hit.versionID},
+                                 {"capturedAt", formatInstant(hit.capturedAt)},
+                                 {"snippet", displayableUtf8(hit.snippet)}});
+    return entry;
+}
+
+nlohmann::json toJson(const RecentFile& file, const std::string& folderPath) {
+    nlohmann::json entry = {{"file", toJson(file.file)},
+                            {"versionCount", file.versionCount},
+                            {"lastCapturedAt", formatInstant(file.lastCapturedAt)}};
+    putPath(entry["file"], "path", joinPath(folderPath, file.file.relativePath));
+    return entry;
 }
 
 nlohmann::json toJson(const WatchedFolder& folder) {

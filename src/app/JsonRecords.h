@@ -5,13 +5,19 @@
 #include "bridge/WatchedFolder.h"
 #include "capture/ReconciliationCrawler.h"
 #include "catalog/StoredVersion.h"
+#include "catalog/RecentFile.h"
 #include "catalog/TrackedFile.h"
+#include "search/ContentSearchModel.h"
 
 namespace vosklin {
 
 // The --json shapes of the records, with the records' field names in camelCase.
 nlohmann::json toJson(const StoredVersion& version);
 nlohmann::json toJson(const TrackedFile& file);
+// A search result of a folder at `folderPath`: the file (with its absolute "path") and its hits.
+nlohmann::json toJson(const ContentHitGroup& group, const std::string& folderPath);
+// A file found by name: the file (with "path"), "versionCount", "lastCapturedAt".
+nlohmann::json toJson(const RecentFile& file, const std::string& folderPath);
 nlohmann::json toJson(const WatchedFolder& folder);
 nlohmann::json toJson(const CrawlReport& report);
 

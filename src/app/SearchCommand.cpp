@@ -53,13 +53,7 @@ int SearchCommand::run(const std::string& text, const std::optional<std::string>
             for (const auto& group : outcome.groups) {
                 ++found;
                 const std::string path = joinPath(folder.path, group.file.relativePath);
-                nlohmann::json entry = {{"file", toJson(group.file)}, {"hits", nlohmann::json::array()}};
-                putPath(entry["file"], "path", path);
-                for (const auto& hit : group.hits)
-                    entry["hits"].push_back({{"versionID", hit.versionID},
-                                             {"capturedAt", formatInstant(hit.capturedAt)},
-                                             {"snippet", displayableUtf8(hit.snippet)}});
-                result["groups"].push_back(entry);
+                result["groups"].push_back(toJson(group, folder.path));
                 if (json) continue;
                 out_ << (terminal_ ? "\033[1m" : "") << DisplayName::of(path) << (terminal_ ? "\033[0m" : "")
                      << (group.file.deletedAt ? "  (deleted)" : "") << "\n";
@@ -70,11 +64,7 @@ int SearchCommand::run(const std::string& text, const std::optional<std::string>
             for (const auto& file : outcome.files) {
                 ++found;
                 const std::string path = joinPath(folder.path, file.file.relativePath);
-                nlohmann::json entry = {{"file", toJson(file.file)},
-                                        {"versionCount", file.versionCount},
-                                        {"lastCapturedAt", formatInstant(file.lastCapturedAt)}};
-                putPath(entry["file"], "path", path);
-                result["groups"].push_back(entry);
+                result["groups"].push_back(toJson(file, folder.path));
                 if (json) continue;
                 out_ << DisplayName::of(path) << (file.file.deletedAt ? "  (deleted)" : "") << "  "
                      << StringTable::count("history.delete.versions %lld", file.versionCount) << ", last "
