@@ -17,11 +17,38 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <mutex>
 #include <stdexcept>
 #include <string>
 #include <system_error>
 
+#include "platform/Logger.h"
+
 namespace vosklin::bench {
+
+// Keeps quiet, remembering the errors so a run that hit one says so.
+class CountingLogger final : public Logger {
+public:
+    void log(LogLevel level, const std::string& message) override {
+        if (level != LogLevel::error) return;
+        std::lock_guard guard(lock_);
+        if (errors_++ == 0) firstError_ = message;
+    }
+    std::int64_t errors() {
+        std::lock_guard guard(lock_);
+        return errors_;
+    }
+    std::string firstError() {
+        std::lock_guard guard(lock_);
+        return firstError_;
+    }
+
+private:
+    std::mutex lock_;
+    std::int64_t errors_ = 0;
+    std::string firstError_;
+};
+
 
 namespace detail {
 

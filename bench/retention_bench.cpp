@@ -60,6 +60,7 @@ namespace {
 
 using namespace vosklin;
 using bench::DeterministicBytes;
+using bench::CountingLogger;
 using bench::TempDir;
 using bench::fileSystemName;
 using bench::scratchBase;
@@ -129,29 +130,6 @@ std::pair<double, double> processCpuSeconds() {
     auto toSeconds = [](const timeval& value) { return double(value.tv_sec) + double(value.tv_usec) / 1e6; };
     return {toSeconds(usage.ru_utime), toSeconds(usage.ru_stime)};
 }
-
-// Keeps quiet, remembering the errors so a run that hit one says so.
-class CountingLogger final : public Logger {
-public:
-    void log(LogLevel level, const std::string& message) override {
-        if (level != LogLevel::error) return;
-        std::lock_guard guard(lock_);
-        if (errors_++ == 0) firstError_ = message;
-    }
-    std::int64_t errors() {
-        std::lock_guard guard(lock_);
-        return errors_;
-    }
-    std::string firstError() {
-        std::lock_guard guard(lock_);
-        return firstError_;
-    }
-
-private:
-    std::mutex lock_;
-    std::int64_t errors_ = 0;
-    std::string firstError_;
-};
 
 void writeSmallFile(const std::string& path, const std::string& bytes) {
     const int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);

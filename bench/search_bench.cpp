@@ -58,6 +58,7 @@ namespace {
 
 using namespace vosklin;
 using bench::DeterministicBytes;
+using bench::CountingLogger;
 using bench::TempDir;
 using bench::fileSystemName;
 using bench::scratchBase;
@@ -95,24 +96,6 @@ double processCpuSeconds() {
     auto toSeconds = [](const timeval& value) { return double(value.tv_sec) + double(value.tv_usec) / 1e6; };
     return toSeconds(usage.ru_utime) + toSeconds(usage.ru_stime);
 }
-
-class QuietLogger final : public Logger {
-public:
-    void log(LogLevel level, const std::string& message) override {
-        if (level != LogLevel::error) return;
-        std::lock_guard guard(lock_);
-        if (errors_++ == 0) first_ = message;
-    }
-    std::int64_t errors() {
-        std::lock_guard guard(lock_);
-        return errors_;
-    }
-
-private:
-    std::mutex lock_;
-    std::int64_t errors_ = 0;
-    std::string first_;
-};
 
 // A mains-powered, cool machine: nothing holds the indexer back.
 class SteadyMachine final : public MachineConditions {
@@ -617,7 +600,7 @@ public:
 private:
     TempDir scratch_;
     PosixFileSystem fileSystem_;
-    QuietLogger logger_;
+    CountingLogger logger_;
     VersionStoreLayout layout_;
     Settings settings_;
     TextExtractor extractor_;
