@@ -214,14 +214,7 @@ nlohmann::json ApiHandlers::exportFolder(const ApiRequest& request) {
     const double at = FolderHistory::load(context_.catalog(), folder.id).stateInstant(*reading.instant);
     FolderExport exporter(context_.catalog(), context_.layout(), context_.cloner(), context_.fileSystem());
     try {
-        const auto report = exporter.run(folder, at, *destination);
-        nlohmann::json answer = {{"folderID", folder.id},
-                                 {"at", formatInstant(at)},
-                                 {"fileCount", report.fileCount},
-                                 {"clonedCount", report.clonedCount},
-                                 {"logicalBytes", report.logicalBytes}};
-        putPath(answer, "destination", report.destination);
-        return answer;
+        return toJson(exporter.run(folder, at, *destination), folder.id, at);
     } catch (const ExportError& error) {
         throw ApiError(409, error.what());
     }

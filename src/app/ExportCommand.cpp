@@ -5,12 +5,11 @@
 #include "app/ByteCount.h"
 #include "app/CommandError.h"
 #include "app/InterruptibleRun.h"
+#include "app/JsonRecords.h"
 #include "app/TerminalOutput.h"
 #include "app/UserInstant.h"
 #include "history/FolderHistory.h"
 #include "platform/DisplayName.h"
-#include "platform/Instant.h"
-#include "platform/PathJson.h"
 #include "restore/FolderExport.h"
 
 namespace vosklin {
@@ -44,13 +43,7 @@ int ExportCommand::run(const std::string& folderName, const std::string& moment,
         throw CommandError(error.what());
     }
     if (json) {
-        nlohmann::json object = {{"folderID", folder.id},
-                                 {"at", formatInstant(at)},
-                                 {"fileCount", report.fileCount},
-                                 {"clonedCount", report.clonedCount},
-                                 {"logicalBytes", report.logicalBytes}};
-        putPath(object, "destination", report.destination);
-        out_ << object.dump(2) << "\n";
+        out_ << toJson(report, folder.id, at).dump(2) << "\n";
         return 0;
     }
     out_ << "Exported " << report.fileCount << (report.fileCount == 1 ? " file (" : " files (")

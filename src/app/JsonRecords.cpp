@@ -44,6 +44,16 @@ nlohmann::json toJson(const ContentHitGroup& group, const std::string& folderPat
     return entry;
 }
 
+nlohmann::json toJson(const FolderExport::Report& report, const std::string& folderID, double at) {
+    nlohmann::json json = {{"folderID", folderID},
+                           {"at", formatInstant(at)},
+                           {"fileCount", report.fileCount},
+                           {"clonedCount", report.clonedCount},
+                           {"logicalBytes", report.logicalBytes}};
+    putPath(json, "destination", report.destination);
+    return json;
+}
+
 nlohmann::json toJson(const RecentFile& file, const std::string& folderPath) {
     nlohmann::json entry = {{"file", toJson(file.file)},
                             {"versionCount", file.versionCount},

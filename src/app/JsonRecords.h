@@ -7,6 +7,7 @@
 #include "catalog/StoredVersion.h"
 #include "catalog/RecentFile.h"
 #include "catalog/TrackedFile.h"
+#include "restore/FolderExport.h"
 #include "search/ContentSearchModel.h"
 
 namespace vosklin {
@@ -16,6 +17,8 @@ nlohmann::json toJson(const StoredVersion& version);
 nlohmann::json toJson(const TrackedFile& file);
 // A search result of a folder at `folderPath`: the file (with its absolute "path") and its hits.
 nlohmann::json toJson(const ContentHitGroup& group, const std::string& folderPath);
+// What an export of folder `folderID` as it was at `at` wrote.
+nlohmann::json toJson(const FolderExport::Report& report, const std::string& folderID, double at);
 // A file found by name: the file (with "path"), "versionCount", "lastCapturedAt".
 nlohmann::json toJson(const RecentFile& file, const std::string& folderPath);
 nlohmann::json toJson(const WatchedFolder& folder);
