@@ -109,6 +109,7 @@ const std::map<std::string, Entry>& table() {
         {"window.keys.key", {"Key"}},
         {"window.keys.action", {"What it does"}},
         {"window.keys.then", {"then"}},
+        {"window.keys.or", {"or"}},
         {"window.keys.enter", {"Open the focused row or take the focused action"}},
         {"window.keys.escape", {"Close a sheet or a list of suggestions"}},
         {"window.keys.close", {"Close"}},

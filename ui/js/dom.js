@@ -18,6 +18,13 @@ export function el(tag, attributes = {}, ...children) {
   return node;
 }
 
+// replaceChildren that, like el(), skips null/false and flattens lists.
+export function setChildren(node, ...children) {
+  node.replaceChildren();
+  append(node, children);
+  return node;
+}
+
 function append(node, children) {
   for (const child of children.flat()) {
     if (child === undefined || child === null || child === false) continue;

@@ -7,12 +7,17 @@ import { t } from './strings.js';
 // "g h" → g, then h; "Ctrl+k" → Ctrl + K.
 function keyNode(sequence) {
   const steps = sequence.split(' ').map((step) => el('kbd', {},
-    step.split('+').map((part, i) => [i ? '+' : '', el('kbd', {}, part.length === 1 && i ? part.toUpperCase() : part)])));
+    step.split('+').flatMap((part, i) => [i ? '+' : '', el('kbd', {}, part.length === 1 && i ? part.toUpperCase() : part)])));
   return steps.flatMap((step, i) => (i ? [` ${t('window.keys.then')} `, step] : [step]));
 }
 
 export function showKeyHelp() {
-  const rows = describedKeys().map(({ key, description }) => el('tr', {}, el('td', {}, keyNode(key)), el('td', {}, description)));
+  // Keys that do the same thing share a row: "/ or Ctrl+K".
+  const byAction = new Map();
+  for (const { key, description } of describedKeys()) byAction.set(description, [...(byAction.get(description) || []), key]);
+  const rows = [...byAction].map(([description, keys]) => el('tr', {},
+    el('td', {}, keys.flatMap((key, i) => (i ? [` ${t('window.keys.or')} `, ...keyNode(key)] : keyNode(key)))),
+    el('td', {}, description)));
   const table = el('table', { class: 'key-table' },
     el('caption', { class: 'visually-hidden' }, t('window.keys.title')),
     el('thead', {}, el('tr', {}, el('th', { scope: 'col' }, t('window.keys.key')), el('th', { scope: 'col' }, t('window.keys.action')))),

@@ -22,8 +22,9 @@ function placeOf(prepared, word) {
   let best = null;
   for (let at = lower.indexOf(word); at !== -1; at = lower.indexOf(word, at + 1)) {
     const atSegmentStart = at === 0 || lower[at - 1] === '/' || /[\s._-]/.test(lower[at - 1]);
+    const wholeWord = atSegmentStart && !/[\p{L}\p{N}]/u.test(lower[at + word.length] || '');
     const inName = at >= nameStart;
-    const score = (inName ? 4 : 1) * (atSegmentStart ? 3 : 1) + (inName && at === nameStart ? 4 : 0);
+    const score = (inName ? 4 : 1) * (atSegmentStart ? 3 : 1) + (inName && at === nameStart ? 4 : 0) + (wholeWord ? 2 : 0);
     if (!best || score > best.score) best = { score, at };
   }
   return best;

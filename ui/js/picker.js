@@ -96,8 +96,8 @@ export async function openFilePicker() {
     },
     el('span', { class: 'picker-path' },
       highlightPieces(entry.relativePath, ranges).map((piece) => (piece.match ? el('mark', {}, piece.text) : piece.text))),
-    all.many ? el('span', { class: 'muted' }, ` — ${entry.folderName}`) : null,
-    entry.isDeleted ? el('span', { class: 'mark-deleted' }, t('window.picker.deleted')) : null,
+    all.many ? el('span', { class: 'muted' }, ` — ${entry.folderName}`) : null, ' ',
+    entry.isDeleted ? [el('span', { class: 'mark-deleted' }, t('window.picker.deleted')), ' '] : null,
     el('span', { class: 'muted picker-count' }, count('window.picker.versions %lld', entry.versionCount ?? 0)))));
     mark();
     if (all.prepared.length === 0) status.textContent = t('window.picker.empty');

@@ -11,6 +11,7 @@ const paths = preparePaths([
   { relativePath: 'docs/Readme.md' },
   { relativePath: 'file 10.txt' },
   { relativePath: 'file 2.txt' },
+  { relativePath: 'archive/file 1.txt' },
 ]);
 const found = (query, limit) => filterPaths(paths, query, limit).map((result) => result.entry.relativePath);
 
@@ -22,12 +23,13 @@ test('every word must match; the file name ranks above folders and middles', () 
   assert.deepEqual(found('draft'), ['old/report-draft.md']);
   assert.deepEqual(found('notes/rep'), ['notes/report.md']);
   assert.deepEqual(found('zzz'), []);
+  assert.deepEqual(found('file 1'), ['archive/file 1.txt', 'file 10.txt'], 'a whole word first');
   assert.deepEqual(found('report', 2), ['Report.md', 'notes/report.md']);
 });
 
 test('an empty query lists live files first, in natural order', () => {
   const all = found('  ');
-  assert.equal(all.length, 8);
+  assert.equal(all.length, 9);
   assert.equal(all[all.length - 1], 'old/report-draft.md');
   assert.ok(all.indexOf('file 2.txt') < all.indexOf('file 10.txt'));
 });

@@ -3,7 +3,7 @@
 // can be done to each (open, pause or resume, snapshot now, remove).
 import { call, onChange } from '../api.js';
 import { addFolderForm } from '../addFolder.js';
-import { el, showBanner, showError, timeCell } from '../dom.js';
+import { el, setChildren, showBanner, showError, timeCell } from '../dom.js';
 import { formatBytes } from '../format.js';
 import { budgetText, folderName, stateText } from '../folderText.js';
 import { navigate } from '../router.js';
@@ -42,7 +42,7 @@ export async function render(main) {
         showRecording(answer.folders.find((each) => each.id === folder.id) || folder);
       },
     });
-    main.replaceChildren(
+    setChildren(main,
       el('h1', {}, t('window.onboarding.title')),
       el('p', { class: 'lead' }, t('window.onboarding.intro')),
       el('p', {}, t('window.onboarding.intro.more')),
@@ -53,7 +53,7 @@ export async function render(main) {
   function showRecording(folder) {
     const open = el('a', { class: 'button primary', href: `#/folder/${encodeURIComponent(folder.id)}` },
       t('window.onboarding.openTimeline'));
-    main.replaceChildren(
+    setChildren(main,
       el('h1', {}, t('window.onboarding.recording.title')),
       el('p', { class: 'lead' }, t(folder.mode === 'manual' ? 'window.onboarding.recording.manual %@' : 'window.onboarding.recording %@', folder.path)),
       folder.state ? el('p', {}, el('span', { class: `state state-${folder.state}` }, stateText(folder.state))) : null,
@@ -65,14 +65,16 @@ export async function render(main) {
   function folderCard(folder) {
     const name = folderName(folder);
     const headingID = `folder-${folder.id}`;
+    // Not `disabled` while working: a disabled button drops the focus, which the reload puts back.
     const busy = (button, work) => async () => {
-      button.disabled = true;
+      if (button.getAttribute('aria-disabled') === 'true') return;
+      button.setAttribute('aria-disabled', 'true');
       try {
         await work();
       } catch (error) {
         showBanner(error.message, { kind: 'error' });
       } finally {
-        button.disabled = false;
+        button.removeAttribute('aria-disabled');
       }
     };
     const paused = folder.isPaused === true;
@@ -157,7 +159,7 @@ export async function render(main) {
     if (listHost && existing) {
       listHost.replaceWith(cards);
     } else {
-      main.replaceChildren(
+      setChildren(main,
         el('h1', { id: 'home-title' }, t('window.home.title')),
         cards,
         el('section', { class: 'panel' }, form.form));

@@ -148,9 +148,9 @@ export async function render(main, params) {
   });
 
   main.replaceChildren(el('h1', {}, t('window.search.title')),
-    folders.length === 0
-      ? el('p', {}, t('window.search.noFolders'), ' ', el('a', { href: '#/' }, t('window.nav.home')))
-      : [form, status, notes, results]);
+    ...(folders.length === 0
+      ? [el('p', {}, t('window.search.noFolders'), ' ', el('a', { href: '#/' }, t('window.nav.home')))]
+      : [form, status, notes, results]));
   if (folders.length) {
     field.focus();
     search();

@@ -4,7 +4,7 @@
 // Every change goes to the daemon, which checks it as the command line does;
 // a refusal is shown beside the field, as the daemon words it.
 import { call, onChange } from '../api.js';
-import { el, showError } from '../dom.js';
+import { el, setChildren, showError } from '../dom.js';
 import { formatBytes } from '../format.js';
 import { budgetChoices, budgetText, folderName } from '../folderText.js';
 import { count, t } from '../strings.js';
@@ -161,10 +161,10 @@ function folderSection(folder, usage) {
 
 function showUsage(host, usage) {
   if (!usage) {
-    host.replaceChildren(el('p', { class: 'muted' }, t('settings.storage.measuring')));
+    setChildren(host, el('p', { class: 'muted' }, t('settings.storage.measuring')));
     return;
   }
-  host.replaceChildren(
+  setChildren(host,
     el('dl', { class: 'facts' },
       el('dt', {}, t('window.settings.usage.disk')), el('dd', {}, formatBytes(usage.privateBytes)),
       el('dt', {}, t('window.settings.usage.logical')), el('dd', {}, formatBytes(usage.logicalBytes)),
@@ -181,7 +181,7 @@ export async function render(main) {
   folderHost.append(...(folders.length ? folders.map((folder) => folderSection(folder, null))
     : [el('p', {}, t('window.settings.noFolders'))]));
 
-  main.replaceChildren(
+  setChildren(main,
     el('h1', {}, t('window.settings.title')),
     section(t('window.settings.history'), horizonField(records), mergeWindowField(records)),
     section(t('window.settings.recording'),
