@@ -15,6 +15,10 @@ export function fileHash(fileID, versionID) {
   return versionID === undefined ? base : `${base}?version=${encodeURIComponent(versionID)}`;
 }
 
+function compareHash(fileID, versionID) {
+  return `#/compare?${new URLSearchParams({ old: versionID, new: 'live', file: fileID })}`;
+}
+
 // The snippet as text nodes and <mark>s: what comes from a file is never markup.
 function snippetNode(snippet) {
   return el('p', { class: 'snippet' },
@@ -109,7 +113,7 @@ export async function render(main, params) {
     } else {
       const hits = groups.reduce((sum, group) => sum + (group.hits ? group.hits.length : 0), 0);
       status.textContent = state.scope === 'contents'
-        ? count('window.search.found.hits %lld %lld', groups.length, hits)
+        ? t('window.search.foundAndMatching %@ %@', count('window.search.found %lld', groups.length), count('window.search.matching %lld', hits))
         : count('window.search.found %lld', groups.length);
     }
     if (state.scope === 'contents' && pending > 0) {
@@ -172,6 +176,8 @@ function resultGroup(group, showFolder) {
       ? el('ul', { class: 'hits' }, group.hits.map((hit) => el('li', {},
         el('a', { href: fileHash(file.id, hit.versionID), 'aria-label': t('window.search.openVersion %@ %@', file.relativePath, formatAbsolute(hit.capturedAt)) },
           timeCell(hit.capturedAt)),
+        deleted ? null : [' ', el('a', { class: 'quiet-link', href: compareHash(file.id, hit.versionID),
+          'aria-label': t('window.search.compareLive %@ %@', file.relativePath, formatAbsolute(hit.capturedAt)) }, t('window.search.compareLive'))],
         snippetNode(hit.snippet))))
       : el('p', { class: 'muted' }, count('window.search.versions %lld', group.versionCount ?? 0), ' · ',
         t('window.search.lastChange'), ' ', group.lastCapturedAt ? timeCell(group.lastCapturedAt) : ''));
