@@ -12,7 +12,8 @@ import { count, t } from './strings.js';
 
 const shownAtMost = 100;
 let folders = null; // the watched folders, or null when to be asked again
-const pathsOf = new Map(); // folderID → prepared paths
+const pathsOf = new Map(); // folderID → its paths
+let prepared = null; // every folder's paths, ready to filter; null when one folder's changed
 let listening = false;
 let openPicker = null; // focuses the open picker's field
 
@@ -23,9 +24,11 @@ function listen() {
     if (change.what === 'folders') {
       folders = null;
       pathsOf.clear();
+      prepared = null;
     } else if (change.what === 'captured' || change.what === 'history') {
       if (change.folderID) pathsOf.delete(change.folderID);
       else pathsOf.clear();
+      prepared = null;
     }
   });
 }
@@ -36,9 +39,14 @@ async function everyPath() {
   await Promise.all(folders.filter((folder) => !pathsOf.has(folder.id)).map(async (folder) => {
     const answer = await call('paths', { folder: folder.id });
     const name = folderName(folder);
-    pathsOf.set(folder.id, preparePaths((answer.paths || []).map((path) => ({ ...path, folderID: folder.id, folderName: name }))));
+    for (const path of answer.paths || []) {
+      path.folderID = folder.id;
+      path.folderName = name;
+    }
+    pathsOf.set(folder.id, answer.paths || []);
   }));
-  return { prepared: folders.flatMap((folder) => pathsOf.get(folder.id) || []), many };
+  prepared ||= preparePaths(folders.flatMap((folder) => pathsOf.get(folder.id) || []));
+  return { prepared, many };
 }
 
 export async function openFilePicker() {
@@ -57,7 +65,7 @@ export async function openFilePicker() {
     el('label', { for: input.id }, t('window.picker.field')), input, status, list);
   let shown = [];
   let active = 0;
-  let all = { prepared: [], many: false };
+  let all = { prepared: preparePaths([]), many: false };
   let closed = false;
 
   const close = openSheet({ title: t('window.picker.title'), body, actions: [], cancelLabel: t('window.picker.close') });
@@ -100,7 +108,7 @@ export async function openFilePicker() {
     entry.isDeleted ? [el('span', { class: 'mark-deleted' }, t('window.picker.deleted')), ' '] : null,
     el('span', { class: 'muted picker-count' }, count('window.picker.versions %lld', entry.versionCount ?? 0)))));
     mark();
-    if (all.prepared.length === 0) status.textContent = t('window.picker.empty');
+    if (all.prepared.entries.length === 0) status.textContent = t('window.picker.empty');
     else if (shown.length === 0) status.textContent = t('window.picker.noMatch');
     else if (shown.length === shownAtMost) status.textContent = t('window.picker.more %lld', shownAtMost);
     else status.textContent = count('window.picker.count %lld', shown.length);

@@ -44,3 +44,13 @@ test('the matched ranges mark the path', () => {
   const [odd] = filterPaths(preparePaths([{ relativePath: 'İstanbul/x' }]), 'x');
   assert.deepEqual(odd.ranges, []);
 });
+
+test('the best few are the first few of the whole order', () => {
+  const many = preparePaths(Array.from({ length: 400 }, (_, i) => ({
+    relativePath: `dir ${(i * 7) % 13}/file ${(i * 31) % 97}${i % 3 ? '.txt' : '.md'}`, isDeleted: i % 5 === 0,
+  })));
+  for (const query of ['', 'file', 'dir 1', 'md 9', '7']) {
+    const all = filterPaths(many, query, 1000).map((r) => r.entry.relativePath);
+    assert.deepEqual(filterPaths(many, query, 7).map((r) => r.entry.relativePath), all.slice(0, 7), query);
+  }
+});
