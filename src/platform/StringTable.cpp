@@ -206,7 +206,6 @@ const std::map<std::string, Entry>& table() {
         {"window.search.lastChange", {"last kept"}},
         {"window.search.openVersion %@ %@", {"Open the version of %@ from %@"}},
         {"window.search.compareLive", {"Compare with now"}},
-        {"window.search.compareLive %@ %@", {"Compare the version of %@ from %@ with the file now"}},
         {"window.search.noFolders", {"No folder is recorded yet, so there is nothing to search."}},
         {"window.picker.title", {"Find a file"}},
         {"window.picker.field", {"Name or part of its path"}},

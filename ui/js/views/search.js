@@ -174,10 +174,13 @@ function resultGroup(group, showFolder) {
       deleted ? el('span', { class: 'mark-deleted' }, t('window.search.deleted')) : null),
     group.hits
       ? el('ul', { class: 'hits' }, group.hits.map((hit) => el('li', {},
-        el('a', { href: fileHash(file.id, hit.versionID), 'aria-label': t('window.search.openVersion %@ %@', file.relativePath, formatAbsolute(hit.capturedAt)) },
+        // The link reads as its time; what it opens is said beside it, for screen readers.
+        el('a', { id: `hit-${hit.versionID}`, href: fileHash(file.id, hit.versionID), 'aria-describedby': `hit-${hit.versionID}-what` },
           timeCell(hit.capturedAt)),
+        el('span', { id: `hit-${hit.versionID}-what`, class: 'visually-hidden' },
+          t('window.search.openVersion %@ %@', file.relativePath, formatAbsolute(hit.capturedAt))),
         deleted ? null : [' ', el('a', { class: 'quiet-link', href: compareHash(file.id, hit.versionID),
-          'aria-label': t('window.search.compareLive %@ %@', file.relativePath, formatAbsolute(hit.capturedAt)) }, t('window.search.compareLive'))],
+          'aria-describedby': `hit-${hit.versionID}` }, t('window.search.compareLive'))],
         snippetNode(hit.snippet))))
       : el('p', { class: 'muted' }, count('window.search.versions %lld', group.versionCount ?? 0), ' · ',
         t('window.search.lastChange'), ' ', group.lastCapturedAt ? timeCell(group.lastCapturedAt) : ''));
