@@ -76,8 +76,8 @@ TEST_F(CompareRequestsTest, BinaryComparisonFindsTheFirstDifferenceAndShowsTheBy
         const auto older = version(name, row.older);
         const auto newer = version("other-" + name, row.newer);  // another file: no dedup between the two
         const auto answer = call("bincompare", {{"old", older.id}, {"new", std::to_string(newer.id)}});
-        EXPECT_EQ(answer["old"], json({{"logicalBytes", row.older.size()}, {"digest", older.digest}, {"versionID", older.id}}))
-            << row.name;
+        const json recorded = {{"logicalBytes", row.older.size()}, {"digest", older.digest}, {"versionID", older.id}};
+        EXPECT_EQ(answer["old"], recorded) << row.name;
         EXPECT_EQ(answer["new"]["digest"], Sha256::of(row.newer)) << row.name;
         if (!row.firstDifference) {
             EXPECT_TRUE(answer["firstDifference"].is_null()) << row.name;
@@ -87,7 +87,8 @@ TEST_F(CompareRequestsTest, BinaryComparisonFindsTheFirstDifferenceAndShowsTheBy
         EXPECT_EQ(answer["firstDifference"], *row.firstDifference) << row.name;
         EXPECT_EQ(answer["window"]["offset"], row.windowOffset) << row.name;
         for (auto [key, bytes] : {std::pair{"old", &row.older}, {"new", &row.newer}})
-            EXPECT_EQ(answer["window"][key], hexOf(bytes->substr(std::min<std::size_t>(row.windowOffset, bytes->size()), 256)))
+            EXPECT_EQ(answer["window"][key],
+                      hexOf(bytes->substr(std::min<std::size_t>(row.windowOffset, bytes->size()), 256)))
                 << row.name << " " << key;
     }
 }

@@ -119,7 +119,8 @@ TEST_F(FolderRequestsTest, RemovingKeepsTheHistoryForTheFolderToComeBack) {
     const auto back = call("folderadd", {{"path", root}});
     EXPECT_EQ(back["id"], id);
     EXPECT_EQ(back["versions"], 1);
-    EXPECT_EQ(call("folders")["folders"][0]["lastChangeAt"], jsonOf({"history", root})["sessions"][0]["moments"][0]["at"]);
+    EXPECT_EQ(call("folders")["folders"][0]["lastChangeAt"],
+              jsonOf({"history", root})["sessions"][0]["moments"][0]["at"]);
     // Free space (and the automatic budget made from it) may move between the two readings.
     auto steady = [](json usage) {
         usage.erase("availableBytes");
@@ -130,7 +131,8 @@ TEST_F(FolderRequestsTest, RemovingKeepsTheHistoryForTheFolderToComeBack) {
 }
 
 TEST_F(FolderRequestsTest, CompletesFoldersInNaturalOrderHiddenOnlyWhenAsked) {
-    for (const char* name : {"b10", "b2", "B3", "Alpha", ".hidden", ".config", "many"}) fs::create_directories(place / name);
+    for (const char* name : {"b10", "b2", "B3", "Alpha", ".hidden", ".config", "many"})
+        fs::create_directories(place / name);
     for (int i = 60; i >= 1; --i) fs::create_directories(place / ("many/d" + std::to_string(i)));
     test::writeFile(place / "bfile", "a file");
     fs::create_directory_symlink(place / "Alpha", place / "blink");
