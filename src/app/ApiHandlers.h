@@ -1,12 +1,14 @@
 #pragma once
 
 #include <nlohmann/json.hpp>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <stdexcept>
 #include <string>
 
 #include "app/AppContext.h"
+#include "app/ChangeFeed.h"
 #include "capture/CaptureEngine.h"
 #include "search/ContentSearchModel.h"
 
@@ -58,6 +60,14 @@ class ApiRequest;
 //               "pending", and "messageKey"/"message" when nothing was searched or found
 //   export   {"folder", "moment", "destination": a new folder's absolute path}
 //            -> "fileCount", "clonedCount", "logicalBytes", "destination", "at"; 409 when refused
+//   pdfinfo  {"version": id} or {"file": fileID, "live": true} -> {"pageCount": n} (see ServedFiles)
+//   logincode {}                          -> {"code": a one-time code for the window's login}
+//            (daemon only; the HTTP door never answers it for a browser's session)
+//
+// After a change, a ChangeFeed (when one is set) hears of it: "history" after name,
+// unname, star, unstar, restore, rewind, delete and a prune that removed something,
+// "folders" after the folder requests, "settings" after a setting changed; with the
+// answer's "folderID" when it has one. Previews (dryRun) announce nothing.
 //
 // Changes to history (restore, rewind, prune, delete) run one at a time: a
 // pass must not remove a version a rewind is about to read, and the eraser's
@@ -75,7 +85,15 @@ public:
     // For the command line in this process. Throws ApiError.
     nlohmann::json call(const std::string& name, const nlohmann::json& request);
 
+    // Set by the daemon before its transports start; none in the command line's process.
+    void setChangeFeed(ChangeFeed* feed) { changeFeed_ = feed; }
+    ChangeFeed* changeFeed() const { return changeFeed_; }
+    void setLoginCodes(std::function<std::string()> issue) { loginCodes_ = std::move(issue); }
+    AppContext& context() { return context_; }
+
 private:
+    nlohmann::json run(const std::string& name, const ApiRequest& request);
+    void announce(const std::string& name, const ApiRequest& request, const nlohmann::json& answer);
     nlohmann::json dispatch(const std::string& name, const ApiRequest& request);
     WatchedFolder folderOf(const ApiRequest& request, bool mustBeReachable = true);
     nlohmann::json mark(const ApiRequest& request, bool naming);
@@ -93,6 +111,8 @@ private:
     std::mutex historyLock_;  // also held by exports, so a pass cannot remove what one reads
     std::mutex searchLock_;
     std::unique_ptr<ContentSearchModel> searchModel_;
+    ChangeFeed* changeFeed_ = nullptr;
+    std::function<std::string()> loginCodes_;
 };
 
 }  // namespace vosklin
