@@ -9,6 +9,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <filesystem>
 #include <fstream>
@@ -17,6 +18,7 @@
 
 #include "app/ApiHandlers.h"
 #include "app/AppContext.h"
+#include "app/ChangeFeed.h"
 #include "app/LiveDaemonTest.h"
 #include "app/LocalApiServer.h"
 #include "support/DaemonProcess.h"
@@ -343,6 +345,10 @@ TEST_F(WindowServerTest, TheEventStreamTellsOfCapturesAndChangesAndHoldsFewSlots
         if (!reopened) std::this_thread::sleep_for(100ms);  // the server notices a reader leave within half a second
     }
     EXPECT_TRUE(reopened) << "the slots of streams whose readers left were not given back";
+
+    // The daemon stops promptly with a stream open, and the stream ends.
+    EXPECT_EQ(daemon.stop(), 0);
+    EXPECT_FALSE(stream.readUntil("never sent"));
 }
 
 // `vosklin ui` with no daemon running starts one, and prints only the address.
@@ -380,10 +386,60 @@ TEST_F(WindowServerTest, TheUiCommandStartsTheDaemonAndPrintsOneLoginAddress) {
         EXPECT_EQ(answer->status, login.status) << login.name;
     }
 
-    // A second call finds the running daemon rather than starting another.
-    auto again = vosklin({"ui", "--no-open"});
+    // A second call finds the running daemon rather than starting another; without a way
+    // to open a browser it still prints the address, and says so on standard error.
+    auto again = test::runVosklin({"--home", home.path(), "ui"}, {{"PATH", "/nonexistent"}});
     EXPECT_EQ(again.exitStatus, 0) << again.err;
+    EXPECT_EQ(std::count(again.out.begin(), again.out.end(), '\n'), 1) << again.out;
+    EXPECT_NE(again.err.find("xdg-open"), std::string::npos) << again.err;
     EXPECT_EQ(jsonOf({"status"})["daemon"].value("pid", 0), pid);
+}
+
+// The stream on its own, with short limits: keep-alive comments while nothing happens,
+// and a server that stops with a stream open ends it instead of waiting for news forever.
+TEST(EventStreamTest, KeepsAliveAndEndsWhenTheServerStops) {
+    test::TempDirectory home;
+    test::RecordingLogger logger;
+    AppContext context(home.path(), logger);
+    ApiHandlers handlers(context, nullptr);
+    ChangeFeed feed;
+    handlers.setChangeFeed(&feed);
+    LocalApiServer::Limits limits;
+    limits.keepAliveInterval = 100ms;
+    limits.maximumEventStreams = 1;
+    LocalApiServer server(handlers, "token", limits);
+    const int port = server.start();
+    const std::string request = "GET /v1/events HTTP/1.1\r\nHost: 127.0.0.1:" + std::to_string(port) +
+                                "\r\nAuthorization: Bearer token\r\n\r\n";
+    RawConnection stream(port);
+    ASSERT_TRUE(stream.send(request));
+    ASSERT_TRUE(stream.readUntil(": connected"));
+    EXPECT_TRUE(stream.readUntil(": keep-alive")) << stream.received();
+    RawConnection second(port);
+    ASSERT_TRUE(second.send(request));
+    EXPECT_TRUE(second.readUntil("HTTP/1.1 503")) << second.received();
+    feed.publish("settings");
+    EXPECT_TRUE(stream.readUntil("event: changed\ndata: {\"folderID\":\"\",\"what\":\"settings\"}\n\n"))
+        << stream.received();
+    server.stop();
+    EXPECT_FALSE(stream.readUntil("never sent")) << "the stream outlived the server";
+}
+
+// A reader that falls behind costs the publishers nothing: what waits stays bounded,
+// and it still learns of every kind of change.
+TEST(EventStreamTest, ASlowReadersQueueIsFoldedNotGrown) {
+    ChangeFeed feed;
+    auto slow = feed.subscribe();
+    for (int i = 0; i < 1000; ++i) feed.publish(i % 2 ? "captured" : "history", "folder-" + std::to_string(i));
+    feed.publish("captured", "folder-1");
+    const auto waiting = slow->next(0ms);
+    EXPECT_LE(waiting.size(), ChangeFeed::queueBound);
+    for (const std::string what : {"captured", "history"})
+        EXPECT_TRUE(std::any_of(waiting.begin(), waiting.end(), [&](const auto& change) { return change.what == what; }))
+            << what;
+    feed.publish("settings");
+    feed.publish("settings");
+    EXPECT_EQ(slow->next(0ms), (std::vector<ChangeFeed::Change>{{"", "settings"}})) << "a change waiting twice";
 }
 
 // Expiry, with a clock the test moves: a code is good for two minutes, and only once.
