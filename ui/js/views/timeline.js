@@ -38,7 +38,7 @@ export async function render(main, params) {
   const sentinel = el('div', { class: 'sentinel' }, olderButton);
   const calendar = el('nav', { class: 'calendar', 'aria-label': t('window.timeline.calendar') });
   const filterID = `named-only-${folderID}`;
-  const filter = el('input', { type: 'checkbox', id: filterID, onchange: () => { namedFilter = filter.checked; renderList(); } });
+  const filter = el('input', { type: 'checkbox', id: filterID, onchange: () => { namedFilter = filter.checked; renderList({ keepPlace: true }); } });
   const dateID = `go-to-date-${folderID}`;
   const dateField = el('input', { type: 'date', id: dateID });
   const dateForm = el('form', { class: 'go-to-date' },
@@ -90,7 +90,7 @@ export async function render(main, params) {
         if (loading) await loading.catch(() => {});
         const page = await call('history', { folder: folderID });
         state = refreshNewest(state, page);
-        renderList();
+        renderList({ keepPlace: true });
       } catch (error) {
         status.textContent = error.message;
       } finally {
@@ -141,7 +141,7 @@ export async function render(main, params) {
     if (marks.beforeRewind) markList.push(el('span', { class: 'mark mark-before-rewind' }, t('window.timeline.beforeRewindMark')));
     const more = showAll ? '' : el('button', {
       type: 'button', class: 'quiet more-changes',
-      onclick: () => { expanded.add(moment.at); renderList(); focusChange(moment.at, shown.length); },
+      onclick: () => { expanded.add(moment.at); renderList({ keepPlace: true }); focusChange(moment.at, shown.length); },
     }, count('rewind.moment.more %lld', changes.length - shown.length));
     const actions = el('div', { class: 'moment-actions', role: 'group', 'aria-label': t('window.timeline.actions') },
       el('button', { type: 'button', onclick: () => openNameSheet({ folderID, moment, currentName: marks.name || '', onDone: refresh }) },
@@ -197,8 +197,9 @@ export async function render(main, params) {
     return null;
   }
 
-  function renderList() {
-    const anchor = visibleAnchor();
+  // `keepPlace`: newer moments may arrive above; the first one in view stays where it is.
+  function renderList({ keepPlace = false } = {}) {
+    const anchor = keepPlace ? visibleAnchor() : null;
     const view = namedFilter ? namedOnly(state) : state;
     const newest = flatMoments(state)[0];
     const sections = view.sessions.map((session) => {

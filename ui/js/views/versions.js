@@ -87,6 +87,8 @@ export async function render(main, params) {
   function row(version, index) {
     const older = versions[index + 1];
     const when = timeCell(version.capturedAt);
+    const whenID = `version-when-${version.id}`;
+    when.id = whenID;
     const pickID = `pick-${version.id}`;
     const pick = el('input', {
       type: 'checkbox', id: pickID, checked: picked.has(version.id),
@@ -102,15 +104,15 @@ export async function render(main, params) {
       el('td', { class: 'size' }, formatBytes(version.logicalBytes)),
       el('td', {}, t(`window.versions.source.${version.source}`)),
       el('td', {},
-        el('button', { type: 'button', class: 'quiet star', 'aria-pressed': version.isStarred ? 'true' : 'false', onclick: () => toggleStar(version) },
+        el('button', { type: 'button', class: 'quiet star', 'aria-describedby': whenID, 'aria-pressed': version.isStarred ? 'true' : 'false', onclick: () => toggleStar(version) },
           el('span', { 'aria-hidden': 'true' }, version.isStarred ? '★ ' : '☆ '), t('window.versions.star')),
         version.isStarred ? el('span', { class: 'mark-kept', title: t('window.versions.keptHelp') }, t('window.versions.kept')) : ''),
       el('td', { class: 'row-actions' },
         el('a', { href: payloadUrl(version.id), target: '_blank', rel: 'noopener', download: name }, t('window.versions.open')),
         live.exists ? el('a', { href: compareHref(version.id, 'live', fileID) }, t('window.versions.compareLive')) : '',
         older ? el('a', { href: compareHref(older.id, version.id, fileID) }, t('window.versions.comparePrevious')) : '',
-        el('button', { type: 'button', onclick: () => openRestoreSheet({ version, fileName: name, onDone: reload }) }, t('window.versions.restore')),
-        el('button', { type: 'button', onclick: () => openDeleteSheet({ target: { versions: [version.id] }, onDone: reload }) }, t('history.delete.sheet.action'))));
+        el('button', { type: 'button', 'aria-describedby': whenID, onclick: () => openRestoreSheet({ version, fileName: name, onDone: reload }) }, t('window.versions.restore')),
+        el('button', { type: 'button', 'aria-describedby': whenID, onclick: () => openDeleteSheet({ target: { versions: [version.id] }, onDone: reload }) }, t('history.delete.sheet.action'))));
   }
 
   function updatePicked() {
