@@ -24,9 +24,15 @@ function copySession(session) {
   return { start: session.start, end: session.end, moments: [...session.moments] };
 }
 
-function overlaps(newer, older) {
-  // Two pieces of one session: the same start, or the older piece reaching into the newer one.
-  return newer.start === older.start || compareInstants(older.end, newer.start) >= 0;
+// Moments less than this apart belong to one session (as the daemon groups them).
+export const sessionGapSeconds = 2700;
+
+function continues(newer, older) {
+  // A session cut by a page boundary comes back as two pieces, the older one
+  // ending less than a session gap before the newer one starts.
+  if (newer.start === older.start) return true;
+  const gap = Date.parse(newer.start) - Date.parse(older.end);
+  return Number.isFinite(gap) && gap <= sessionGapSeconds * 1000;
 }
 
 // Appends an older page below what is loaded. A session cut by the page
@@ -36,7 +42,7 @@ export function appendPage(state, page) {
   const sessions = state.sessions.map(copySession);
   for (const incoming of page.sessions || []) {
     const last = sessions[sessions.length - 1];
-    if (last && overlaps(last, incoming)) {
+    if (last && continues(last, incoming)) {
       const seen = new Set(last.moments.map((m) => m.at));
       for (const moment of incoming.moments) if (!seen.has(moment.at)) last.moments.push(moment);
       if (compareInstants(incoming.start, last.start) < 0) last.start = incoming.start;

@@ -14,11 +14,17 @@ test('instants order by time, not by text, whatever their fraction', () => {
 });
 
 test('pages append older moments, join a session cut in two and keep each moment once', () => {
-  let state = appendPage(emptyTimeline(), { sessions: [session('T09', 'T12', m('T12'), m('T11'))], next: 'T11' });
-  assert.equal(state.next, 'T11');
-  state = appendPage(state, { sessions: [session('T09', 'T10', m('T11'), m('T10')), session('T01', 'T02', m('T02'))], next: null });
-  assert.deepEqual(ats(state), ['T12', 'T11', 'T10', 'T02']);
-  assert.equal(state.sessions.length, 2);
+  const at = (hm) => `2026-03-02T${hm}:00Z`;
+  let state = appendPage(emptyTimeline(), { sessions: [session(at('11:00'), at('12:00'), m(at('12:00')), m(at('11:00')))], next: at('11:00') });
+  assert.equal(state.next, at('11:00'));
+  // The next page: the same session goes on (10:20 is within the gap of 11:00), then one hours older.
+  state = appendPage(state, { sessions: [session(at('10:00'), at('11:00'), m(at('11:00')), m(at('10:20')), m(at('10:00'))),
+    session(at('07:00'), at('08:00'), m(at('08:00')), m(at('07:00')))], next: at('07:00') });
+  assert.deepEqual(ats(state), [at('12:00'), at('11:00'), at('10:20'), at('10:00'), at('08:00'), at('07:00')]);
+  assert.deepEqual(state.sessions.map((s) => [s.start, s.end]), [[at('10:00'), at('12:00')], [at('07:00'), at('08:00')]]);
+  // A piece starting just over the gap after the loaded session's end is a session of its own.
+  state = appendPage(state, { sessions: [session(at('06:00'), at('06:14'), m(at('06:14')), m(at('06:00')))], next: null });
+  assert.equal(state.sessions.length, 3);
   assert.equal(state.next, null);
   assert.ok(reachesDay(state, '1999-01-01'), 'the whole history is in');
 });
