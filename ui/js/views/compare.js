@@ -97,7 +97,7 @@ function textTable(lines, mode, unfolded, onUnfold) {
     el('thead', {}, el('tr', {},
       el('th', { scope: 'col', class: 'line-number' }, t('window.compare.text.oldLine')),
       el('th', { scope: 'col', class: 'line-number' }, t('window.compare.text.newLine')),
-      el('th', { scope: 'col' }, el('span', { class: 'visually-hidden' }, t('window.compare.text.change'))),
+      el('th', { scope: 'col', class: 'marker' }, el('span', { class: 'visually-hidden' }, t('window.compare.text.change'))),
       el('th', { scope: 'col' }, t('window.compare.text.line')))),
     el('tbody', {}, rows.map((row) => (row.fold ? foldRow(row, 4, onUnfold) : el('tr', {},
       lineNumber(row.line.oldNumber), lineNumber(row.line.newNumber), markerCell(row.line.kind), codeCell(row.line, 'both'))))));
