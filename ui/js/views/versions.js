@@ -56,9 +56,9 @@ export async function render(main, params) {
       for (const id of [...picked]) if (!versions.some((v) => v.id === id)) picked.delete(id);
       renderRows();
     } catch (error) {
-      // The whole history may be gone: the file has no timeline left to show.
-      showBanner(error.message, { kind: 'error' });
+      // The whole history gone: the file has no timeline left; its folder's is the place to be.
       if (error.status === 404) navigate(answer.folderID ? `#/folder/${encodeURIComponent(answer.folderID)}` : '#/');
+      else showBanner(error.message, { kind: 'error' });
     }
   }
 
