@@ -24,7 +24,9 @@ function stepList(steps) {
     el('ul', {}, items));
 }
 
-// `target` is the moment's instant as the timeline has it; `onDone` runs after
+// `target` is the moment's instant as the timeline has it, sent as it is to both
+// the plan and the rewind: the daemon reads it the same way twice, so the plan
+// confirmed is the plan run (its printed "target" is not that text). `onDone` runs after
 // a rewind (and after its undo) so the view can show the new moments.
 export async function openRewindSheet({ folderID, folderName, target, onDone = () => {} }) {
   let plan;
@@ -50,7 +52,7 @@ export async function openRewindSheet({ folderID, folderName, target, onDone = (
       label: t('rewind.sheet.confirm'),
       primary: true,
       onClick: async (close) => {
-        const report = await call('rewind', { folder: folderID, target: plan.target ?? target, planFingerprint: plan.planFingerprint });
+        const report = await call('rewind', { folder: folderID, target, planFingerprint: plan.planFingerprint });
         close();
         announce(report, { folderID, folderName, target, onDone });
         onDone(report);
@@ -75,7 +77,7 @@ function announce(report, context) {
 async function undo(beforeRewindAt, context) {
   try {
     const plan = await call('rewindplan', { folder: context.folderID, target: beforeRewindAt });
-    const report = await call('rewind', { folder: context.folderID, target: plan.target ?? beforeRewindAt, planFingerprint: plan.planFingerprint });
+    const report = await call('rewind', { folder: context.folderID, target: beforeRewindAt, planFingerprint: plan.planFingerprint });
     announce(report, { ...context, target: beforeRewindAt });
     context.onDone(report);
   } catch (error) {
