@@ -6,29 +6,8 @@ import { el, timeCell } from '../dom.js';
 import { formatAbsolute, formatBytes, formatSignedBytes } from '../format.js';
 import { navigate } from '../router.js';
 import { count, t } from '../strings.js';
-import { appendPage, compareInstants, emptyTimeline, flatMoments } from '../timelineModel.js';
-import { folderHeader, folderInfo } from './folderTabs.js';
-
-// The moments to pick from: the newest pages of the timeline (the picker
-// keeps any moment passed in the address even when it is older).
-async function pickableMoments(folderID, wanted) {
-  let state = emptyTimeline();
-  for (let pages = 0; pages < 3; pages += 1) {
-    const body = { folder: folderID };
-    if (state.next) body.before = state.next;
-    state = appendPage(state, await call('history', body));
-    if (!state.next) break;
-  }
-  const moments = flatMoments(state).map((m) => ({ at: m.at, headline: m.headline }));
-  for (const at of wanted) if (at && !moments.some((m) => m.at === at)) moments.push({ at, headline: '' });
-  return moments.sort((a, b) => compareInstants(b.at, a.at));
-}
-
-function picker(id, label, moments, selected) {
-  const select = el('select', { id, name: id }, moments.map((m) => el('option', { value: m.at, selected: m.at === selected },
-    m.headline ? `${formatAbsolute(m.at)} — ${m.headline}` : formatAbsolute(m.at))));
-  return { field: el('div', { class: 'field' }, el('label', { for: id }, label), select), select };
-}
+import { compareInstants } from '../timelineModel.js';
+import { folderHeader, folderInfo, momentPicker as picker, pickableMoments } from './folderTabs.js';
 
 function compareLink(entry, fileID) {
   if (!entry.oldVersionID || !entry.newVersionID) return '';

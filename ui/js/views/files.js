@@ -6,7 +6,8 @@ import { el, timeCell } from '../dom.js';
 import { formatBytes } from '../format.js';
 import { buildTree, countFiles } from '../fileTree.js';
 import { count, t } from '../strings.js';
-import { folderHeader, folderInfo } from './folderTabs.js';
+import { navigate } from '../router.js';
+import { folderHeader, folderInfo, momentPicker, pickableMoments } from './folderTabs.js';
 
 function fileRow(file) {
   return el('li', { class: `file${file.isDeleted ? ' deleted-now' : ''}` },
@@ -29,23 +30,27 @@ function branch(node, open) {
 export async function render(main, params) {
   const folderID = params.id;
   const folder = await folderInfo(folderID);
-  let at = params.at;
-  if (!at) {
-    // No moment chosen: the newest one.
-    const page = await call('history', { folder: folderID, limit: 1 });
-    const first = page.sessions && page.sessions[0] && page.sessions[0].moments[0];
-    at = first ? first.at : new Date().toISOString();
+  const moments = await pickableMoments(folderID, [params.at], 1);
+  main.replaceChildren(folderHeader(folder, 'files', t('window.files.title %@', folder.name)));
+  if (!moments.length) {
+    main.append(el('p', { class: 'empty' }, t('window.timeline.empty')));
+    return undefined;
   }
+  // No moment chosen: the newest one.
+  const at = params.at || moments[0].at;
+  const picker = momentPicker('files-at', t('window.files.moment'), moments, at);
+  const form = el('form', { class: 'moment-pickers' }, picker.field, el('button', { type: 'submit' }, t('window.files.show')));
+  form.addEventListener('submit', (event) => {
+    event.preventDefault();
+    navigate(`#/folder/${encodeURIComponent(folderID)}/files?${new URLSearchParams({ at: picker.select.value })}`);
+  });
   const answer = await call('files', { folder: folderID, at });
   const files = answer.files || [];
-  const tree = buildTree(files);
   const deleted = files.filter((file) => file.isDeleted).length;
-  main.replaceChildren(
-    folderHeader(folder, 'files', t('window.files.title %@', folder.name)),
-    el('p', { class: 'files-at' }, t('window.files.at'), ' ', timeCell(answer.at || at), ' ',
-      el('a', { href: `#/folder/${encodeURIComponent(folderID)}` }, t('window.files.chooseMoment'))),
+  main.append(form,
+    el('p', { class: 'files-at' }, t('window.files.at'), ' ', timeCell(answer.at || at)),
     el('p', { class: 'muted' }, count('window.files.summary %lld', files.length),
       deleted ? ` ${count('window.files.deletedSummary %lld', deleted)}` : ''),
-    files.length ? el('div', { class: 'file-tree' }, branch(tree, true)) : el('p', { class: 'empty' }, t('window.files.empty')));
+    files.length ? el('div', { class: 'file-tree' }, branch(buildTree(files), true)) : el('p', { class: 'empty' }, t('window.files.empty')));
   return undefined;
 }

@@ -2,8 +2,9 @@
 // its timeline, its files and the comparison of two moments.
 import { call } from '../api.js';
 import { el } from '../dom.js';
-import { baseName } from '../format.js';
+import { baseName, formatAbsolute } from '../format.js';
 import { t } from '../strings.js';
+import { appendPage, compareInstants, emptyTimeline, flatMoments } from '../timelineModel.js';
 
 // {id, path, name} of a watched folder; the id stands in when the list cannot be had.
 export async function folderInfo(id) {
@@ -28,3 +29,25 @@ export function folderHeader(folder, current, headingText) {
       tab('files', `${base}/files`, t('window.files.tab')),
       tab('compare', `${base}/compare`, t('window.compare.moments.tab'))));
 }
+
+// The moments to pick from: the newest pages of the timeline (the picker
+// keeps any moment passed in the address even when it is older).
+export async function pickableMoments(folderID, wanted, pages = 3) {
+  let state = emptyTimeline();
+  for (let page = 0; page < pages; page += 1) {
+    const body = { folder: folderID };
+    if (state.next) body.before = state.next;
+    state = appendPage(state, await call('history', body));
+    if (!state.next) break;
+  }
+  const moments = flatMoments(state).map((m) => ({ at: m.at, headline: m.headline }));
+  for (const at of wanted) if (at && !moments.some((m) => m.at === at)) moments.push({ at, headline: '' });
+  return moments.sort((a, b) => compareInstants(b.at, a.at));
+}
+
+export function momentPicker(id, label, moments, selected) {
+  const select = el('select', { id, name: id }, moments.map((m) => el('option', { value: m.at, selected: m.at === selected },
+    m.headline ? `${formatAbsolute(m.at)} — ${m.headline}` : formatAbsolute(m.at))));
+  return { field: el('div', { class: 'field' }, el('label', { for: id }, label), select), select };
+}
+
