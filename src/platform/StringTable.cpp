@@ -229,7 +229,7 @@ const std::map<std::string, Entry>& table() {
         {"window.compare.text.change", {"Change"}},
         {"window.compare.text.added", {"Added"}},
         {"window.compare.text.removed", {"Removed"}},
-        {"window.compare.text.counts %lld %lld", {"%lld lines added, %lld removed."}},
+        {"window.compare.text.counts %lld %lld", {"Lines added: %lld. Lines removed: %lld."}},
         {"window.compare.text.unfold %lld", {"Show %lld unchanged lines", "Show 1 unchanged line"}},
         {"window.compare.text.region %lld %lld", {"Lines %lld to %lld"}},
         {"window.compare.image.mode", {"How to compare"}},
