@@ -8,7 +8,7 @@ import { formatAbsolute, formatBytes, formatSignedBytes, localDay } from '../for
 import { bindKey } from '../keys.js';
 import { navigate } from '../router.js';
 import { count, t } from '../strings.js';
-import { appendPage, calendarMonths, changeKey, emptyTimeline, flatMoments, momentForDay, momentMarks, namedOnly,
+import { appendPage, calendarMonths, changeKey, emptyTimeline, momentForDay, momentMarks, namedOnly,
   reachesDay, refreshNewest, step } from '../timelineModel.js';
 import { openExportSheet } from '../sheets/export.js';
 import { openNameSheet } from '../sheets/name.js';
@@ -159,13 +159,19 @@ export async function render(main, params) {
   }
 
   // Nodes are kept per moment and only rebuilt when the moment changed, so a
-  // live refresh leaves focus and scroll where they were.
+  // live refresh leaves focus and scroll where they were, and a new page only
+  // builds its own moments.
   function cachedMoment(moment, isCurrent) {
-    const signature = `${isCurrent}|${expanded.has(moment.at)}|${JSON.stringify(moment)}`;
+    const flags = `${isCurrent}|${expanded.has(moment.at)}`;
     const known = momentNodes.get(moment.at);
-    if (known && known.signature === signature) return known.node;
+    if (known && known.flags === flags && known.moment === moment) return known.node;
+    const signature = JSON.stringify(moment);
+    if (known && known.flags === flags && known.signature === signature) {
+      known.moment = moment;
+      return known.node;
+    }
     const node = momentNode(moment, isCurrent);
-    momentNodes.set(moment.at, { signature, node });
+    momentNodes.set(moment.at, { flags, signature, moment, node });
     return node;
   }
 
@@ -201,7 +207,7 @@ export async function render(main, params) {
   function renderList({ keepPlace = false } = {}) {
     const anchor = keepPlace ? visibleAnchor() : null;
     const view = namedFilter ? namedOnly(state) : state;
-    const newest = flatMoments(state)[0];
+    const newest = state.sessions[0] && state.sessions[0].moments[0];
     const sections = view.sessions.map((session) => {
       const known = sessionNode(session);
       reconcile(known.body, session.moments.map((moment) => cachedMoment(moment, newest && moment.at === newest.at)));
