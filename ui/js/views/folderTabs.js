@@ -51,3 +51,7 @@ export function momentPicker(id, label, moments, selected) {
   return { field: el('div', { class: 'field' }, el('label', { for: id }, label), select), select };
 }
 
+// The mark on what retention always keeps, its reason told to screen readers too.
+export function keptMark(label, help) {
+  return el('span', { class: 'mark-kept', title: help }, label, el('span', { class: 'visually-hidden' }, `: ${help}`));
+}

@@ -13,7 +13,7 @@ import { appendPage, calendarMonths, changeKey, emptyTimeline, momentForDay, mom
 import { openExportSheet } from '../sheets/export.js';
 import { openNameSheet } from '../sheets/name.js';
 import { openRewindSheet } from '../sheets/rewind.js';
-import { folderHeader, folderInfo } from './folderTabs.js';
+import { folderHeader, folderInfo, keptMark } from './folderTabs.js';
 
 // Changes shown per moment before "and N more".
 const changesShown = 8;
@@ -136,7 +136,7 @@ export async function render(main, params) {
     const markList = [];
     if (isCurrent) markList.push(el('span', { class: 'mark mark-current' }, t('rewind.moment.current.help')));
     if (marks.named && moment.headline !== marks.name) markList.push(el('span', { class: 'mark mark-name' }, marks.name));
-    if (marks.kept) markList.push(el('span', { class: 'mark-kept', title: t('window.timeline.keptHelp') }, t('window.timeline.kept')));
+    if (marks.kept) markList.push(keptMark(t('window.timeline.kept'), t('window.timeline.keptHelp')));
     if (marks.rewind) markList.push(el('span', { class: 'mark mark-rewind' }, t('window.timeline.rewindMark')));
     if (marks.beforeRewind) markList.push(el('span', { class: 'mark mark-before-rewind' }, t('window.timeline.beforeRewindMark')));
     const more = showAll ? '' : el('button', {
@@ -237,16 +237,36 @@ export async function render(main, params) {
     const monthFormat = new Intl.DateTimeFormat(undefined, { month: 'long', year: 'numeric' });
     const dayFormat = new Intl.DateTimeFormat(undefined, { dateStyle: 'medium' });
     const asDate = (text) => new Date(`${text}T12:00:00`);
+    // One stop in the tab order: the arrow keys move between the days.
+    let first = true;
+    const dayButton = (day) => {
+      const button = el('button', {
+        type: 'button',
+        class: `day level-${Math.ceil(day.weight * 4)}`,
+        tabindex: first ? '0' : '-1',
+        'aria-label': count('window.timeline.day %lld %@', day.changes, dayFormat.format(asDate(day.date))),
+        onclick: () => jumpTo(day.date),
+      }, String(Number(day.date.slice(8))));
+      first = false;
+      return button;
+    };
     calendar.replaceChildren(el('h2', { class: 'visually-hidden' }, t('window.timeline.calendar')),
       el('ol', { class: 'months' }, calendarMonths(days).map((month) => el('li', { class: 'month' },
         el('span', { class: 'month-label' }, monthFormat.format(asDate(`${month.month}-01`))),
-        el('ol', { class: 'days' }, month.days.map((day) => el('li', {}, el('button', {
-          type: 'button',
-          class: `day level-${Math.ceil(day.weight * 4)}`,
-          'aria-label': count('window.timeline.day %lld %@', day.changes, dayFormat.format(asDate(day.date))),
-          onclick: () => jumpTo(day.date),
-        }, String(Number(day.date.slice(8)))))))))));
+        el('ol', { class: 'days' }, month.days.map((day) => el('li', {}, dayButton(day))))))));
   }
+
+  calendar.addEventListener('keydown', (event) => {
+    const moves = { ArrowLeft: -1, ArrowRight: 1, Home: -Infinity, End: Infinity };
+    if (!(event.key in moves) || !event.target.matches('button.day')) return;
+    event.preventDefault();
+    const days = [...calendar.querySelectorAll('button.day')];
+    const index = days.indexOf(event.target);
+    const delta = moves[event.key];
+    const next = days[Number.isFinite(delta) ? step(index, delta, days.length) : delta < 0 ? 0 : days.length - 1];
+    for (const day of days) day.tabIndex = day === next ? 0 : -1;
+    next.focus();
+  });
 
   // --- actions -------------------------------------------------------------
 

@@ -10,6 +10,7 @@ import { count, t } from '../strings.js';
 import { step } from '../timelineModel.js';
 import { openDeleteSheet } from '../sheets/delete.js';
 import { openRestoreSheet } from '../sheets/restore.js';
+import { keptMark } from './folderTabs.js';
 
 const pageSize = 500;
 
@@ -106,7 +107,7 @@ export async function render(main, params) {
       el('td', {},
         el('button', { type: 'button', class: 'quiet star', 'aria-describedby': whenID, 'aria-pressed': version.isStarred ? 'true' : 'false', onclick: () => toggleStar(version) },
           el('span', { 'aria-hidden': 'true' }, version.isStarred ? '★ ' : '☆ '), t('window.versions.star')),
-        version.isStarred ? el('span', { class: 'mark-kept', title: t('window.versions.keptHelp') }, t('window.versions.kept')) : ''),
+        version.isStarred ? keptMark(t('window.versions.kept'), t('window.versions.keptHelp')) : ''),
       el('td', { class: 'row-actions' },
         el('a', { href: payloadUrl(version.id), target: '_blank', rel: 'noopener', download: name }, t('window.versions.open')),
         live.exists ? el('a', { href: compareHref(version.id, 'live', fileID) }, t('window.versions.compareLive')) : '',
