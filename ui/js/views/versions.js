@@ -159,6 +159,17 @@ export async function render(main, params) {
     }
   }
 
+  // Enter on a focused row (reached with ] and [) opens its comparison: with
+  // the file as it is now, or else with the version before it.
+  table.addEventListener('keydown', (event) => {
+    if (event.key !== 'Enter' || !event.target.matches('tbody tr')) return;
+    const link = event.target.querySelector('a[href^="#/compare"]');
+    if (link) {
+      event.preventDefault();
+      navigate(link.getAttribute('href'));
+    }
+  });
+
   renderRows();
   const unbind = [
     bindKey(']', () => moveVersion(1), t('window.versions.keys.next')),
