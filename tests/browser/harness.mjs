@@ -210,6 +210,15 @@ class Daemon {
         return lines[0];
     }
 
+    // A session of its own, logged in over plain HTTP: the Cookie header value ("vosklin_session=...").
+    async sessionCookie() {
+        const url = new URL(await this.loginUrl());
+        const answer = await rawRequest(this.port, 'GET', url.pathname + url.search);
+        const cookie = sessionCookieOf(answer);
+        if (answer.status !== 303 || !cookie) throw new Error(`The login answered ${answer.status} without a session cookie`);
+        return cookie.cookie;
+    }
+
     // One request with the API token, as any non-browser client makes it.
     async api(name, body = {}) {
         const answer = await rawRequest(this.port, 'POST', `/v1/${name}`, {
@@ -270,11 +279,19 @@ export async function launchChromium() {
 // dialogs (alert/confirm/prompt texts; each is dismissed).
 export async function startWindow(options = {}) {
     const daemon = await startDaemon(options);
-    let browser;
     try {
-        browser = await launchChromium();
-        const context = await browser.newContext({ viewport: { width: 1280, height: 900 }, acceptDownloads: true,
-            colorScheme: options.colorScheme ?? 'light' });
+        return await openWindow(daemon, options);
+    } catch (error) {
+        await daemon.close();
+        throw error;
+    }
+}
+
+// The same window on a daemon the test already has.
+export async function openWindow(daemon, { colorScheme = 'light', viewport = { width: 1280, height: 900 } } = {}) {
+    const browser = await launchChromium();
+    try {
+        const context = await browser.newContext({ viewport, acceptDownloads: true, colorScheme });
         const page = await context.newPage();
         const seen = { pageErrors: [], consoleErrors: [], dialogs: [] };
         context.on('page', (other) => watch(other, seen));
@@ -284,8 +301,7 @@ export async function startWindow(options = {}) {
         if (page.url() !== `${daemon.origin}/`) throw new Error(`The login ${loginUrl} led to ${page.url()}, not the window`);
         return windowOf(daemon, browser, context, page, seen);
     } catch (error) {
-        await browser?.close().catch(() => {});
-        await daemon.close();
+        await browser.close().catch(() => {});
         throw error;
     }
 }
@@ -299,9 +315,10 @@ function watch(page, seen) {
     });
 }
 
+// The window reads through to its daemon (home, folder, settle(), ...); closeBrowser() leaves the
+// daemon running for a test that shares one, close() stops both.
 function windowOf(daemon, browser, context, page, seen) {
-    const closeDaemon = daemon.close.bind(daemon);
-    return Object.assign(daemon, seen, {
+    return Object.assign(Object.create(daemon), seen, {
         browser,
         context,
         page,
@@ -309,9 +326,12 @@ function windowOf(daemon, browser, context, page, seen) {
         async open(hash) {
             await page.goto(`${daemon.origin}/${hash}`);
         },
+        async closeBrowser() {
+            await browser.close().catch(() => {});
+        },
         async close() {
             await browser.close().catch(() => {});
-            await closeDaemon();
+            await daemon.close();
         },
     });
 }
