@@ -92,7 +92,9 @@ export function sessionCookieOf(response) {
 //   files:    { 'relative/path': string | Buffer }
 //   settings: more of settings.json (the merge window is one second unless given)
 //   noFolder: a home that watches nothing yet (onboarding)
-export async function startDaemon({ files = {}, settings = {}, noFolder = false } = {}) {
+//   manual:   the folder is added in manual mode (kept only by snapshots)
+//   prepare:  async (daemon) => ..., run after the folder is added and before the daemon starts
+export async function startDaemon({ files = {}, settings = {}, noFolder = false, manual = false, prepare } = {}) {
     if (!existsSync(binary)) throw new Error(`No vosklin binary at ${binary}: build it (scripts/build.sh) or set VOSKLIN_BINARY`);
     const root = await mkdtemp(join(tmpdir(), 'vosklin-browser-'));
     const home = join(root, 'home');
@@ -105,7 +107,8 @@ export async function startDaemon({ files = {}, settings = {}, noFolder = false 
     live.add(daemon);
     try {
         for (const [path, bytes] of Object.entries(files)) await daemon.writeFile(path, bytes);
-        if (!noFolder) await daemon.vosklinOk(['folder', 'add', folder]);
+        if (!noFolder) await daemon.vosklinOk(['folder', 'add', ...(manual ? ['--manual'] : []), folder]);
+        if (prepare) await prepare(daemon);
         await daemon.start();
         return daemon;
     } catch (error) {
