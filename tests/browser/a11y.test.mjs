@@ -36,7 +36,7 @@ before(async () => {
     // 200 % zoom of a 1280 x 900 window: half as many CSS pixels each way.
     views.zoomed = await openWindow(daemon, { viewport: { width: 640, height: 450 } });
     empty = await startDaemon({ noFolder: true });
-});
+}, { timeout: testTimeout });
 
 after(async () => {
     for (const view of Object.values(views)) await view.closeBrowser();

@@ -30,7 +30,7 @@ before(async () => {
     }
     assert.equal(ids.svg.version !== (await daemon.versionsOf('drawing.svg')).versions[0].id, true, 'the SVG has a newer version');
     cookie = await daemon.sessionCookie();
-});
+}, { timeout: testTimeout });
 after(() => daemon?.close());
 
 const request = (method, path, options) => rawRequest(daemon.port, method, path, options);
