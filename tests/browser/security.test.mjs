@@ -28,7 +28,7 @@ before(async () => {
         const history = await daemon.versionsOf(path);
         ids[key] = { version: history.versions.at(-1).id, file: history.file.id };
     }
-    assert.equal(ids.svg.version !== (await daemon.versionsOf('drawing.svg')).versions[0].id, true, 'the SVG has a newer version');
+    assert.notEqual(ids.svg.version, (await daemon.versionsOf('drawing.svg')).versions[0].id, 'the SVG has a newer version');
     cookie = await daemon.sessionCookie();
 }, { timeout: testTimeout });
 after(() => daemon?.close());
