@@ -144,4 +144,11 @@ std::string StringTable::count(const std::string& key, long long number, const s
     return fill(pattern, arguments);
 }
 
+std::vector<StringTable::Text> StringTable::all() {
+    std::vector<Text> texts;
+    for (const auto& [key, entry] : table())
+        texts.push_back({key, entry.other, entry.one ? std::optional<std::string>(entry.one) : std::nullopt});
+    return texts;
+}
+
 }  // namespace vosklin
