@@ -130,8 +130,12 @@ async function inAppRender(page, origin, hash) {
             done(performance.now() - started);
         });
         observer.observe(document, { subtree: true, childList: true });
+        setTimeout(() => { observer.disconnect(); done(-1); }, 60_000);
         location.hash = route;
-    }), hash);
+    }), hash).then((elapsed) => {
+        if (elapsed < 0) throw new Error(`no moment shown within a minute of ${hash}`);
+        return elapsed;
+    });
 }
 
 // 3. Scrolls to the end of the timeline; counts the history pages the window fetched on the way.
