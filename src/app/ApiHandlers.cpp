@@ -9,6 +9,7 @@
 
 #include "app/ApiRequest.h"
 #include "app/CompareRequests.h"
+#include "app/ServedFiles.h"
 #include "app/JsonRecords.h"
 #include "app/UserInstant.h"
 #include "history/FolderHistory.h"
@@ -295,9 +296,36 @@ nlohmann::json ApiHandlers::erase(const ApiRequest& request) {
     return answer;
 }
 
+nlohmann::json ApiHandlers::run(const std::string& name, const ApiRequest& request) {
+    nlohmann::json answer = dispatch(name, request);
+    announce(name, request, answer);
+    return answer;
+}
+
+void ApiHandlers::announce(const std::string& name, const ApiRequest& request, const nlohmann::json& answer) {
+    if (!changeFeed_ || (request.has("dryRun") && request.json()["dryRun"] == true)) return;
+    std::string what;
+    if (name == "name" || name == "unname" || name == "star" || name == "unstar" || name == "restore" ||
+        name == "rewind" || name == "delete") {
+        what = "history";
+    } else if (name == "prune") {
+        bool removed = answer.value("prunedCount", 0) > 0;
+        for (const auto& folder : answer.value("folders", nlohmann::json::array()))
+            removed = removed || folder.value("expiredMarkCount", 0) > 0;
+        if (removed) what = "history";
+    } else if (name.starts_with("folder") && name != "folders") {
+        what = "folders";
+    } else if (name == "setting") {
+        what = "settings";
+    }
+    if (what.empty()) return;
+    const auto folder = answer.is_object() ? answer.find("folderID") : answer.end();
+    changeFeed_->publish(what, folder != answer.end() && folder->is_string() ? folder->get<std::string>() : "");
+}
+
 ApiResponse ApiHandlers::answer(const std::string& name, const std::string& body) {
     try {
-        return {200, dispatch(name, ApiRequest::parse(body))};
+        return {200, run(name, ApiRequest::parse(body))};
     } catch (const ApiError& error) {
         return {error.status(), {{"error", error.what()}}};
     } catch (const nlohmann::json::exception&) {
@@ -310,7 +338,7 @@ ApiResponse ApiHandlers::answer(const std::string& name, const std::string& body
 }
 
 nlohmann::json ApiHandlers::call(const std::string& name, const nlohmann::json& request) {
-    return dispatch(name, ApiRequest(request));
+    return run(name, ApiRequest(request));
 }
 
 nlohmann::json ApiHandlers::dispatch(const std::string& name, const ApiRequest& request) {
@@ -375,6 +403,11 @@ nlohmann::json ApiHandlers::dispatch(const std::string& name, const ApiRequest& 
     if (name == "index") return index(request);
     if (auto answer = folderRequests_.answer(name, request)) return *answer;
     if (auto answer = compareRequests_.answer(name, request)) return *answer;
+    if (name == "pdfinfo") return ServedFiles(context_).pdfInfo(request);
+    if (name == "logincode") {
+        if (!loginCodes_) throw ApiError(409, "No Vosklin daemon is running for this home");
+        return {{"code", loginCodes_()}};
+    }
     if (name == "search") return search(request);
     if (name == "restore" || name == "rewind" || name == "prune" || name == "delete" || name == "export") {
         std::lock_guard guard(historyLock_);

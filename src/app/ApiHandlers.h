@@ -1,6 +1,7 @@
 #pragma once
 
 #include <nlohmann/json.hpp>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <stdexcept>
@@ -9,6 +10,7 @@
 #include "app/AppContext.h"
 #include "app/CompareRequests.h"
 #include "app/FolderRequests.h"
+#include "app/ChangeFeed.h"
 #include "capture/CaptureEngine.h"
 #include "search/ContentSearchModel.h"
 
@@ -85,6 +87,14 @@ class ApiRequest;
 //               each side around it, in hex; null when equal)
 //   rewindplan {"folder", "target"}       -> as `rewind --dry-run --json`: "target", "counts" ("revert",
 //            "restore", "remove"), "steps", "planFingerprint" (for `rewind`); 409 when nothing to do
+//   pdfinfo  {"version": id} or {"file": fileID, "live": true} -> {"pageCount": n} (see ServedFiles)
+//   logincode {}                          -> {"code": a one-time code for the window's login}
+//            (daemon only; the HTTP door never answers it for a browser's session)
+//
+// After a change, a ChangeFeed (when one is set) hears of it: "history" after name,
+// unname, star, unstar, restore, rewind, delete and a prune that removed something,
+// "folders" after the folder requests, "settings" after a setting changed; with the
+// answer's "folderID" when it has one. Previews (dryRun) announce nothing.
 //
 // Changes to history (restore, rewind, prune, delete) run one at a time: a
 // pass must not remove a version a rewind is about to read, and the eraser's
@@ -102,7 +112,15 @@ public:
     // For the command line in this process. Throws ApiError.
     nlohmann::json call(const std::string& name, const nlohmann::json& request);
 
+    // Set by the daemon before its transports start; none in the command line's process.
+    void setChangeFeed(ChangeFeed* feed) { changeFeed_ = feed; }
+    ChangeFeed* changeFeed() const { return changeFeed_; }
+    void setLoginCodes(std::function<std::string()> issue) { loginCodes_ = std::move(issue); }
+    AppContext& context() { return context_; }
+
 private:
+    nlohmann::json run(const std::string& name, const ApiRequest& request);
+    void announce(const std::string& name, const ApiRequest& request, const nlohmann::json& answer);
     nlohmann::json dispatch(const std::string& name, const ApiRequest& request);
     WatchedFolder folderOf(const ApiRequest& request, bool mustBeReachable = true);
     nlohmann::json mark(const ApiRequest& request, bool naming);
@@ -122,6 +140,8 @@ private:
     std::unique_ptr<ContentSearchModel> searchModel_;
     FolderRequests folderRequests_;
     CompareRequests compareRequests_;
+    ChangeFeed* changeFeed_ = nullptr;
+    std::function<std::string()> loginCodes_;
 };
 
 }  // namespace vosklin

@@ -61,12 +61,17 @@ std::optional<std::string> BrowserAccess::sessionOf(const std::string& header) c
     return std::nullopt;
 }
 
-BrowserAccess::Verdict BrowserAccess::check(const Request& request) const {
+BrowserAccess::Verdict BrowserAccess::checkOrigin(const Request& request) const {
     const std::string port = std::to_string(port_);
     if (request.host != "127.0.0.1:" + port && request.host != "localhost:" + port)
         return {403, "This API answers only requests addressed to 127.0.0.1:" + port};
     if (!request.fetchSite.empty() && request.fetchSite != "same-origin" && request.fetchSite != "none")
         return {403, "Requests from other sites are refused"};
+    return {};
+}
+
+BrowserAccess::Verdict BrowserAccess::check(const Request& request) const {
+    if (auto origin = checkOrigin(request); !origin.allowed()) return origin;
     const bool changesState = request.method != "GET" && request.method != "HEAD";
     if (!request.authorization.empty()) {
         if (sameSecret(request.authorization, "Bearer " + token_)) return {};

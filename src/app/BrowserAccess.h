@@ -51,6 +51,9 @@ public:
     // A new session for a code that is known, unused and unexpired; the code is spent either way.
     std::optional<std::string> redeem(const std::string& code);
     Verdict check(const Request& request) const;
+    // Only the first two checks (Host, Sec-Fetch-Site): for what needs no session (the
+    // window's own files, the login).
+    Verdict checkOrigin(const Request& request) const;
     // The Set-Cookie value that holds `session`.
     static std::string sessionCookie(const std::string& session);
 

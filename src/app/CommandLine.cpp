@@ -21,6 +21,7 @@
 #include "app/ScanCommand.h"
 #include "app/SearchCommand.h"
 #include "app/StatusCommand.h"
+#include "app/UiCommand.h"
 #include "app/VersionsCommand.h"
 #include "app/VosklinVersion.h"
 #include "catalog/CatalogError.h"
@@ -259,6 +260,10 @@ int CommandLine::run(int argc, char** argv) {
     double settleTimeout = 120;
     auto settle = app.add_subcommand("settle", "Wait until the daemon has captured every change made so far");
     settle->add_option("--timeout", settleTimeout, "Give up after SECONDS (exit 1)")->option_text("SECONDS");
+    bool noOpen = false;
+    auto ui = app.add_subcommand("ui", "Open the window (starting the daemon if it is not running)");
+    ui->add_flag("--no-open", noOpen, "Only print the one-time login address; do not open a browser");
+    ui->footer("Prints the address of the window with a login code that works once, within two minutes.");
     std::string autostartState;
     auto autostart = app.add_subcommand("autostart", "Start recording at login (a systemd user unit), or not");
     autostart->add_option("STATE", autostartState, "on or off")->required();
@@ -287,6 +292,7 @@ int CommandLine::run(int argc, char** argv) {
         AppContext context(home, logger);
         if (runDaemon->parsed()) return RunCommand(context, out_, err_).run(runFolders, background);
         if (autostart->parsed()) return AutostartCommand(home, out_, err_).run(autostartState);
+        if (ui->parsed()) return UiCommand(context, home, out_, err_).run(!noOpen);
         if (settle->parsed()) {
             auto daemon = DaemonEndpoint::find(context.fileSystem(), context.locator().containerRoot());
             if (!daemon) throw CommandError("No Vosklin daemon is running for this home ('vosklin run' starts one)");

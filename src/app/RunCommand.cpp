@@ -8,6 +8,7 @@
 
 #include "app/ApiHandlers.h"
 #include "app/BackgroundWork.h"
+#include "app/ChangeFeed.h"
 #include "app/CommandError.h"
 #include "app/DaemonEndpoint.h"
 #include "app/FolderRequests.h"
@@ -76,6 +77,8 @@ int RunCommand::run(const std::vector<std::string>& folders, bool background) {
     sigaddset(&signals, SIGHUP);
     pthread_sigmask(SIG_BLOCK, &signals, nullptr);
 
+    // What windows hear of: captures from the engine, the rest from the handlers.
+    ChangeFeed feed;
     std::unique_ptr<CaptureEngine> engine;
     std::unique_ptr<ContentIndexSchedule> indexing;
     try {
@@ -96,7 +99,8 @@ int RunCommand::run(const std::vector<std::string>& folders, bool background) {
             CaptureEngine::TimerPolicy::runLoop, context_.homeDirectory());
         // New text becomes searchable soon after it is kept, not only at the next maintenance.
         indexing = std::make_unique<ContentIndexSchedule>(context_.contentIndexer());
-        engine->whenStored([schedule = indexing.get()] { schedule->capturesStored(); });
+        engine->whenStored([schedule = indexing.get()](const std::string&) { schedule->capturesStored(); });
+        engine->whenStored([&feed](const std::string& folderID) { feed.publish("captured", folderID); });
         context_.contentIndexer().start();
         engine->start();
     } catch (const std::exception& error) {
@@ -109,6 +113,8 @@ int RunCommand::run(const std::vector<std::string>& folders, bool background) {
     endpoint.pid = ::getpid();
     endpoint.token = DaemonEndpoint::makeToken();
     LocalApiServer server(handlers, endpoint.token);
+    handlers.setChangeFeed(&feed);
+    handlers.setLoginCodes([&server] { return server.issueLoginCode(); });
     LocalSocketServer socketServer(handlers, context_.locator().daemonSocketPath());
     try {
         endpoint.port = server.start();

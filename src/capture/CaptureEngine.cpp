@@ -426,10 +426,16 @@ void CaptureEngine::runCaptures(const CaptureJob& job, std::stop_token stop) {
         stats_.pending = std::int64_t(settlingUnits_ + capturingUnits_);
     }
     changed_.notify_all();
-    const bool stored = std::any_of(results.begin(), results.end(), [](const CaptureResult& result) {
-        return !result.error && result.outcome && result.outcome->kind == CaptureOutcome::Kind::stored;
-    });
-    if (stored && whenStored_) whenStored_();
+    std::vector<std::string> storedIn;
+    for (const auto& result : results)
+        if (!result.error && result.outcome && result.outcome->kind == CaptureOutcome::Kind::stored &&
+            std::find(storedIn.begin(), storedIn.end(), result.request.folderID) == storedIn.end())
+            storedIn.push_back(result.request.folderID);
+    for (const auto& folderID : storedIn) announceStored(folderID);
+}
+
+void CaptureEngine::announceStored(const std::string& folderID) {
+    for (const auto& listener : storedListeners_) listener(folderID);
 }
 
 void CaptureEngine::captureLoop() {
@@ -525,7 +531,7 @@ void CaptureEngine::runCrawl(const QueuedCrawl& queued, CrawlCancellation& cance
             stats_.renamed += report.renamed;
             stats_.failed += report.failed;
         }
-        if (report.captured > 0 && whenStored_) whenStored_();
+        if (report.captured > 0 || report.tombstoned > 0 || report.renamed > 0) announceStored(folder.id);
     } catch (const std::exception& error) {
         c_.logger.error(std::string("Crawl failed: ") + error.what());
     }
@@ -594,7 +600,7 @@ SnapshotReport CaptureEngine::snapshot(const WatchedFolder& folder, CrawlCancell
     ReconciliationCrawler crawler(c_.catalog, c_.capture, walker, c_.fileSystem, c_.clock, c_.logger);
     const CrawlOptions options = CrawlOptions::snapshot();
     auto report = crawler.crawl(folder, "snapshot", cancellation, options);
-    if (report.captured > 0 && whenStored_) whenStored_();
+    if (report.captured > 0 || report.tombstoned > 0 || report.renamed > 0) announceStored(folder.id);
     return {folder.id, report.captured, report.tombstoned, report.startedAt, *options.batchID, report.failed,
             report.cancelled, report.unreadableCount, report.unreadablePaths};
 }
@@ -603,7 +609,7 @@ CrawlReport CaptureEngine::scan(const WatchedFolder& folder, CrawlCancellation& 
     FolderWalker walker = makeWalker();
     ReconciliationCrawler crawler(c_.catalog, c_.capture, walker, c_.fileSystem, c_.clock, c_.logger);
     auto report = crawler.crawl(folder, "scan", cancellation);
-    if (report.captured > 0 && whenStored_) whenStored_();
+    if (report.captured > 0 || report.tombstoned > 0 || report.renamed > 0) announceStored(folder.id);
     return report;
 }
 

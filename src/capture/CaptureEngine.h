@@ -94,9 +94,13 @@ public:
     CaptureEngine(const CaptureEngine&) = delete;
     CaptureEngine& operator=(const CaptureEngine&) = delete;
 
-    // Called (on a capture or crawl thread) after a batch or crawl that stored
-    // new versions, so their text can be indexed soon. Set before start().
-    void whenStored(std::function<void()> listener) { whenStored_ = std::move(listener); }
+    // Each listener is called (on a capture or crawl thread) after a batch or crawl
+    // that stored new versions or recorded a deletion or a rename, once for each
+    // folder concerned: so that new text is indexed soon, and windows showing the
+    // folder refresh. Added before start().
+    void whenStored(std::function<void(const std::string& folderID)> listener) {
+        storedListeners_.push_back(std::move(listener));
+    }
 
     void start();
     void stop();
@@ -158,7 +162,9 @@ private:
     bool foldersChanged();
 
     Collaborators c_;
-    std::function<void()> whenStored_;
+    void announceStored(const std::string& folderID);
+
+    std::vector<std::function<void(const std::string& folderID)>> storedListeners_;
     TimerPolicy timers_;
     std::string homeDirectory_;
     std::atomic<bool> running_{false};

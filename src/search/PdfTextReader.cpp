@@ -22,13 +22,16 @@ std::size_t codePoints(const std::vector<char>& utf8) {
     return count;
 }
 
-std::mutex pdfLibrary;
-
 }  // namespace
+
+std::mutex& pdfLibraryLock() {
+    static std::mutex lock;
+    return lock;
+}
 
 std::optional<std::string> PdfTextReader::text(std::string_view bytes, std::size_t characterLimit) {
     if (bytes.size() > std::size_t(INT_MAX)) return std::nullopt;
-    std::lock_guard lock(pdfLibrary);
+    std::lock_guard lock(pdfLibraryLock());
     poppler::set_debug_error_function(&ignoreMessage, nullptr);
     // The document reads `bytes` in place; they outlive it.
     std::unique_ptr<poppler::document> document(poppler::document::load_from_raw_data(bytes.data(), int(bytes.size())));

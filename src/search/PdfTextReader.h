@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -20,5 +21,8 @@ namespace vosklin {
 namespace PdfTextReader {
 std::optional<std::string> text(std::string_view bytes, std::size_t characterLimit);
 }
+
+// Held by every user of the PDF library in this process, for as long as it uses it.
+std::mutex& pdfLibraryLock();
 
 }  // namespace vosklin
