@@ -8,6 +8,7 @@
 #include <map>
 
 #include "app/ApiRequest.h"
+#include "app/HistoryRequests.h"
 #include "app/JsonRecords.h"
 #include "app/UserInstant.h"
 #include "history/FolderHistory.h"
@@ -385,6 +386,7 @@ nlohmann::json ApiHandlers::dispatch(const std::string& name, const ApiRequest& 
     }
     if (name == "name" || name == "unname") return mark(request, name == "name");
     if (name == "star" || name == "unstar") return star(request, name == "star");
+    if (HistoryRequests::handles(name)) return HistoryRequests(context_).answer(name, request);
     if (name == "index") return index(request);
     if (name == "search") return search(request);
     if (name == "restore" || name == "rewind" || name == "prune" || name == "delete" || name == "export") {
