@@ -8,6 +8,7 @@
 #include <map>
 
 #include "app/ApiRequest.h"
+#include "app/CompareRequests.h"
 #include "app/ServedFiles.h"
 #include "app/JsonRecords.h"
 #include "app/UserInstant.h"
@@ -25,7 +26,8 @@
 
 namespace vosklin {
 
-ApiHandlers::ApiHandlers(AppContext& context, CaptureEngine* engine) : context_(context), engine_(engine) {}
+ApiHandlers::ApiHandlers(AppContext& context, CaptureEngine* engine)
+    : context_(context), engine_(engine), folderRequests_(context, engine), compareRequests_(context) {}
 
 WatchedFolder ApiHandlers::folderOf(const ApiRequest& request, bool mustBeReachable) {
     const auto path = request.path("folder");
@@ -102,29 +104,14 @@ nlohmann::json ApiHandlers::restore(const ApiRequest& request) {
 
 nlohmann::json ApiHandlers::rewind(const ApiRequest& request) {
     WatchedFolder folder = folderOf(request);
-    // A number is the exact instant. Text is as people read it, rounded to the
-    // microsecond: it is taken as the moment it names, whose exact instant the
-    // state must be read at (a hair earlier would miss the moment's own versions).
-    std::optional<double> target;
-    if (request.has("target") && request.json()["target"].is_string()) {
-        const std::string text = *request.text("target");
-        const auto reading = readUserInstant(text);
-        if (!reading.instant) throw ApiError(400, userInstantRefusal(text, reading));
-        target = reading.instant;
-        if (target && context_.storeExists())
-            target = FolderHistory::load(context_.catalog(), folder.id).stateInstant(*target);
-    } else {
-        // From 1970 to the year 9999: instants outside cannot be shown or stored.
-        target = request.number("target", 0, 253402300799.0);
-    }
-    if (!target) throw ApiError(400, "The request names no instant to go back to");
+    const double target = CompareRequests::rewindTarget(context_, folder, request);
     const auto fingerprint = request.text("planFingerprint");
     auto& service = context_.rewindService();
     if (engine_) service.beforeWrite = [this](const std::vector<std::string>& paths) { engine_->suppress(paths); };
     try {
         // Planned here, at the moment of writing, so that the plan is of the folder as it is now;
         // when the caller showed a plan, this one must be that one, or nothing is written.
-        const RewindPlan plan = service.plan(folder, *target);
+        const RewindPlan plan = service.plan(folder, target);
         if (fingerprint && *fingerprint != plan.fingerprint())
             throw ApiError(409, DisplayName::of(folder.path) +
                                     " changed since the plan was shown, so nothing was changed; run the command "
@@ -332,8 +319,13 @@ void ApiHandlers::announce(const std::string& name, const ApiRequest& request, c
         what = "settings";
     }
     if (what.empty()) return;
-    const auto folder = answer.is_object() ? answer.find("folderID") : answer.end();
-    changeFeed_->publish(what, folder != answer.end() && folder->is_string() ? folder->get<std::string>() : "");
+    // The folder requests answer with the folder itself, whose id is "id".
+    const auto field = [&](const char* key) {
+        const auto found = answer.is_object() ? answer.find(key) : answer.end();
+        return found != answer.end() && found->is_string() ? found->get<std::string>() : std::string();
+    };
+    const std::string folderID = field("folderID");
+    changeFeed_->publish(what, !folderID.empty() || what != "folders" ? folderID : field("id"));
 }
 
 ApiResponse ApiHandlers::answer(const std::string& name, const std::string& body) {
@@ -414,6 +406,8 @@ nlohmann::json ApiHandlers::dispatch(const std::string& name, const ApiRequest& 
     if (name == "name" || name == "unname") return mark(request, name == "name");
     if (name == "star" || name == "unstar") return star(request, name == "star");
     if (name == "index") return index(request);
+    if (auto answer = folderRequests_.answer(name, request)) return *answer;
+    if (auto answer = compareRequests_.answer(name, request)) return *answer;
     if (name == "pdfinfo") return ServedFiles(context_).pdfInfo(request);
     if (name == "logincode") {
         if (!loginCodes_) throw ApiError(409, "No Vosklin daemon is running for this home");

@@ -9,6 +9,8 @@
 
 #include "app/AppContext.h"
 #include "app/ChangeFeed.h"
+#include "app/CompareRequests.h"
+#include "app/FolderRequests.h"
 #include "capture/CaptureEngine.h"
 #include "search/ContentSearchModel.h"
 
@@ -60,6 +62,31 @@ class ApiRequest;
 //               "pending", and "messageKey"/"message" when nothing was searched or found
 //   export   {"folder", "moment", "destination": a new folder's absolute path}
 //            -> "fileCount", "clonedCount", "logicalBytes", "destination", "at"; 409 when refused
+//   strings  {}                           -> {"texts": {key: text}, "singular": {key: the form for 1}}
+//   folders  {} -> {"folders": [as `folder list --json`, with "state" ("recording", "paused", "manual",
+//            "unreachable", "degraded"), "lastChangeAt" (or null), "budget", "budgetBytes", "overBudget"]}
+//   folderadd {"path": absolute, "manual": bool} -> the folder as `folder list --json` lists it;
+//            409 with `folder add`'s message when it may not be watched
+//   folderremove {"folder"}               -> {"folderID", "path", "historyKept": true} (history stays)
+//   folderpause, folderresume {"folder"}; foldermode {"folder", "mode": "automatic" | "manual"};
+//   folderbudget {"folder", "budget": "automatic" | "unlimited" | a size ("20GB") or bytes}
+//            -> the folder as `folder list --json` lists it
+//   complete {"prefix": an absolute path as typed} -> {"directories": [absolute paths]}: the readable
+//            folders beside the last piece that start with it, in natural order, at most 50;
+//            hidden ones only when the piece starts with "."
+//   settings {}                           -> as `settings --json`
+//   setting  {"key", "value": text, number, bool, list of texts, or null for the default}
+//            -> as `settings KEY VALUE --json`; 400 with its message, and nothing written, when refused
+//   usage    {"folder": optional}         -> as `usage --json`
+//   autostart {"enabled": optional bool}  -> {"enabled"} (and "warning" when systemd did not take it)
+//   diff     {"old": version, "new": version or "live"} -> as `diff --json`
+//   bincompare {"old": version, "new": version or "live"}
+//            -> "old" and "new" ("logicalBytes", "digest", "versionID" unless live), "firstDifference"
+//               (the offset of the first differing byte, the shorter length when one is a prefix of the
+//               other; null when equal), "window" ({"offset", "old", "new"}: up to 256 bytes from
+//               each side around it, in hex; null when equal)
+//   rewindplan {"folder", "target"}       -> as `rewind --dry-run --json`: "target", "counts" ("revert",
+//            "restore", "remove"), "steps", "planFingerprint" (for `rewind`); 409 when nothing to do
 //   pdfinfo  {"version": id} or {"file": fileID, "live": true} -> {"pageCount": n} (see ServedFiles)
 //   logincode {}                          -> {"code": a one-time code for the window's login}
 //            (daemon only; the HTTP door never answers it for a browser's session)
@@ -113,6 +140,8 @@ private:
     std::unique_ptr<ContentSearchModel> searchModel_;
     ChangeFeed* changeFeed_ = nullptr;
     std::function<std::string()> loginCodes_;
+    FolderRequests folderRequests_;
+    CompareRequests compareRequests_;
 };
 
 }  // namespace vosklin

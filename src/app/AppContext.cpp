@@ -9,7 +9,8 @@
 namespace vosklin {
 
 AppContext::AppContext(const std::optional<std::string>& homeOption, Logger& logger)
-    : logger_(logger),
+    : homeOption_(homeOption),
+      logger_(logger),
       locator_(StoreLocator::fromEnvironment(homeOption)),
       settings_(joinPath(Settings::configDirectory(homeOption), "settings.json"), fileSystem_, logger),
       folders_(joinPath(Settings::configDirectory(homeOption), "folders.json"), fileSystem_),

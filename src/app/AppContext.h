@@ -43,6 +43,8 @@ public:
     FolderList& folders() { return folders_; }
     VersionStoreLayout& layout() { return layout_; }
     std::string homeDirectory() const;
+    // The --home option this process was started with, when it was.
+    const std::optional<std::string>& homeOption() const { return homeOption_; }
 
     // Whether there is a store to read: a catalog file, or slots without one
     // (whose catalog was lost; opening it then says so). Read-only commands do not create a store.
@@ -74,6 +76,7 @@ public:
     PackageKinds packageKinds();
 
 private:
+    std::optional<std::string> homeOption_;
     PosixFileSystem fileSystem_;
     SystemClock clock_;
     Logger& logger_;

@@ -166,12 +166,14 @@ int CommandLine::run(int argc, char** argv) {
         ->required();
     rewind->add_flag("--dry-run", dryRun, "Only show what would change");
     rewind->add_flag("-y,--yes", yes, "Do not ask for confirmation");
+    addJson(rewind);
     rewind->footer("Changed files are put back, deleted ones brought back, files added since removed. The folder\n"
                    "as it is now is kept on the timeline first: 'vosklin undo-rewind FOLDER' goes back to it.");
     auto undoRewind = app.add_subcommand("undo-rewind", "Undo the latest rewind of a folder");
     undoRewind->add_option("FOLDER", folderName, "The folder's path or id")->required();
     undoRewind->add_flag("--dry-run", dryRun, "Only show what would change");
     undoRewind->add_flag("-y,--yes", yes, "Do not ask for confirmation");
+    addJson(undoRewind);
 
     auto prune = app.add_subcommand("prune", "Thin old history now and give back what is over each folder's budget");
     prune->add_flag("--dry-run", dryRun, "Only count what would go");
@@ -342,8 +344,8 @@ int CommandLine::run(int argc, char** argv) {
             if (!previous && versionID.empty()) throw CommandError("Give a VERSION, or --previous PATH");
             return histories.restore(versionID, inPlace, previous);
         }
-        if (rewind->parsed()) return RewindCommand(context, out_, err_).rewind(folderName, momentText, dryRun, yes);
-        if (undoRewind->parsed()) return RewindCommand(context, out_, err_).undo(folderName, dryRun, yes);
+        if (rewind->parsed()) return RewindCommand(context, out_, err_).rewind(folderName, momentText, dryRun, yes, json);
+        if (undoRewind->parsed()) return RewindCommand(context, out_, err_).undo(folderName, dryRun, yes, json);
         if (diff->parsed()) return DiffCommand(context, out_, 1).run(versionID, otherVersion, json);
         RetentionCommand retention(context, out_, err_);
         if (prune->parsed()) return retention.prune(dryRun, json);

@@ -5,6 +5,7 @@
 #include <cstdlib>
 
 #include "app/CommandError.h"
+#include "app/CompareRequests.h"
 #include "app/TerminalOutput.h"
 #include "compare/TextDiff.h"
 #include "platform/DisplayName.h"
@@ -13,13 +14,11 @@
 #include "platform/PathNames.h"
 #include "platform/RegularFile.h"
 #include "platform/StringTable.h"
-#include "store/StoredPayload.h"
 
 namespace vosklin {
 namespace {
 
-// Beyond this the comparison would only be a positional summary of text nobody reads.
-constexpr std::int64_t largestCompared = 512ll * 1024 * 1024;
+constexpr std::int64_t largestCompared = CompareRequests::largestCompared;
 constexpr std::size_t contextLines = 3;
 
 std::string readLimited(FileSystem& fileSystem, const std::string& path) {
@@ -48,15 +47,9 @@ DiffCommand::Side DiffCommand::load(const std::string& versionOrPath) {
     const long long id = std::strtoll(versionOrPath.c_str(), &end, 10);
     const bool isNumber = !versionOrPath.empty() && *end == '\0';
     if (isNumber && id > 0 && !context_.fileSystem().status(versionOrPath)) {
-        std::optional<StoredVersion> version;
-        if (context_.storeExists()) version = context_.readCatalog().version(id);
-        if (!version) throw CommandError("There is no version " + versionOrPath);
-        if (context_.readCatalog().requireFile(version->fileID).isPackage)
-            throw CommandError("Version " + versionOrPath + " is a folder (a package); only files can be compared");
-        StoredPayload stored(context_.fileSystem(), context_.layout(), *version, false);
-        if (version->logicalBytes > largestCompared)
-            throw CommandError("Version " + versionOrPath + " is too large to compare as text");
-        return {"version " + versionOrPath + " (" + formatLocalTime(version->capturedAt) + ")", stored.read()};
+        std::string bytes = CompareRequests::versionText(context_, id);
+        return {"version " + versionOrPath + " (" + formatLocalTime(context_.readCatalog().version(id)->capturedAt) + ")",
+                std::move(bytes)};
     }
     return {DisplayName::of(versionOrPath), readLimited(context_.fileSystem(), absolutePath(versionOrPath))};
 }
@@ -68,27 +61,7 @@ int DiffCommand::run(const std::string& olderName, const std::string& newerName,
     using LineKind = TextDiff::Line::Kind;
 
     if (json) {
-        nlohmann::json object;
-        object["kind"] = result.kind == Kind::lines ? "lines" : result.kind == Kind::summary ? "summary" : "notText";
-        if (result.kind == Kind::lines) {
-            object["lines"] = nlohmann::json::array();
-            for (const auto& line : result.lines) {
-                nlohmann::json entry = {{"kind", line.kind == LineKind::context ? "context"
-                                                 : line.kind == LineKind::added ? "added"
-                                                                                : "removed"}};
-                entry["text"] = displayableUtf8(line.text);
-                entry["oldNumber"] = line.oldNumber ? nlohmann::json(*line.oldNumber) : nlohmann::json();
-                entry["newNumber"] = line.newNumber ? nlohmann::json(*line.newNumber) : nlohmann::json();
-                object["lines"].push_back(entry);
-            }
-        } else if (result.kind == Kind::summary) {
-            object["newerDiffering"] = result.newerDiffering;
-            object["olderDiffering"] = result.olderDiffering;
-            object["regions"] = nlohmann::json::array();
-            for (const auto& region : result.regions)
-                object["regions"].push_back({{"startLine", region.startLine}, {"length", region.length}});
-        }
-        out_ << object.dump(2) << "\n";
+        out_ << CompareRequests::diffJson(result).dump(2) << "\n";
         return 0;
     }
 

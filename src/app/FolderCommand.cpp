@@ -1,10 +1,8 @@
 #include "app/FolderCommand.h"
 
 #include "app/ByteCount.h"
-#include "app/CommandError.h"
+#include "app/FolderRequests.h"
 #include "app/JsonRecords.h"
-#include "bridge/FolderAccess.h"
-#include "bridge/FolderAdmission.h"
 #include "platform/DisplayName.h"
 #include "platform/FileSystemError.h"
 #include "platform/PathJson.h"
@@ -14,9 +12,7 @@ namespace vosklin {
 FolderCommand::FolderCommand(AppContext& context, std::ostream& out) : context_(context), out_(out) {}
 
 int FolderCommand::add(const std::string& path, bool manual, bool json) {
-    FolderAdmission admission(context_.fileSystem(), context_.locator(), context_.homeDirectory());
-    WatchedFolder folder = context_.folders().append(admission.admit(
-        path, manual ? CaptureMode::manual : CaptureMode::automatic, context_.folders().folders()));
+    WatchedFolder folder = FolderRequests::addFolder(context_, path, manual);
     if (json) {
         out_ << toJson(folder).dump(2) << "\n";
         return 0;
@@ -32,43 +28,32 @@ int FolderCommand::add(const std::string& path, bool manual, bool json) {
 
 int FolderCommand::list(bool json) {
     auto folders = context_.folders().folders();
-    const bool store = context_.storeExists();
-    FolderAccess access(context_.fileSystem());
     nlohmann::json array = nlohmann::json::array();
     if (!json && folders.empty()) {
         out_ << "No folders are watched. Add one with 'vosklin folder add PATH'.\n";
         return 0;
     }
     for (const auto& folder : folders) {
-        auto reach = access.check(folder);
-        std::int64_t versions = 0, bytes = 0;
-        if (store) {
-            versions = context_.readCatalog().folderVersionCount(folder.id);
-            bytes = context_.readCatalog().folderBytes(folder.id);
-        }
+        auto entry = FolderRequests::listEntry(context_, folder);
         if (json) {
-            auto entry = toJson(folder);
-            entry["reachable"] = reach.reachable;
-            if (!reach.reachable) entry["unreachableReason"] = reach.reason;
-            entry["versions"] = versions;
-            entry["logicalBytes"] = bytes;
             array.push_back(entry);
             continue;
         }
-        std::string state = !reach.reachable ? "unreachable: " + reach.reason
-                            : folder.isPaused ? "paused"
-                                              : std::string(toString(folder.mode));
+        std::string state = !entry["reachable"].get<bool>() ? "unreachable: " + entry["unreachableReason"].get<std::string>()
+                            : folder.isPaused               ? "paused"
+                                                            : std::string(toString(folder.mode));
         out_ << DisplayName::of(folder.path) << "\n"
              << "  id:       " << folder.id << "\n"
              << "  state:    " << state << "\n"
-             << "  history:  " << versions << " versions, " << formatByteCount(bytes) << "\n";
+             << "  history:  " << entry["versions"].get<std::int64_t>() << " versions, "
+             << formatByteCount(entry["logicalBytes"].get<std::int64_t>()) << "\n";
     }
     if (json) out_ << array.dump(2) << "\n";
     return 0;
 }
 
 int FolderCommand::remove(const std::string& folderName, bool forgetHistory) {
-    WatchedFolder folder = context_.folders().require(folderName);
+    WatchedFolder folder = FolderRequests::requireFolder(context_, folderName);
     std::size_t removedSlots = 0;
     if (forgetHistory && context_.storeExists()) {
         // History first: if this stops half-way, the folder is still listed and can be removed again.
@@ -91,7 +76,7 @@ int FolderCommand::remove(const std::string& folderName, bool forgetHistory) {
 }
 
 int FolderCommand::setPaused(const std::string& folderName, bool paused) {
-    WatchedFolder folder = context_.folders().require(folderName);
+    WatchedFolder folder = FolderRequests::requireFolder(context_, folderName);
     folder.isPaused = paused;
     context_.folders().replace(folder);
     out_ << (paused ? "Paused " : "Resumed ") << DisplayName::of(folder.path) << "\n";
@@ -99,32 +84,17 @@ int FolderCommand::setPaused(const std::string& folderName, bool paused) {
 }
 
 int FolderCommand::setMode(const std::string& folderName, const std::string& modeName) {
-    auto mode = captureModeFromString(modeName);
-    if (!mode) throw CommandError("'" + modeName + "' is not a mode; use automatic or manual");
-    WatchedFolder folder = context_.folders().require(folderName);
-    folder.mode = *mode;
+    const CaptureMode mode = FolderRequests::readMode(modeName);
+    WatchedFolder folder = FolderRequests::requireFolder(context_, folderName);
+    folder.mode = mode;
     context_.folders().replace(folder);
     out_ << DisplayName::of(folder.path) << " is now " << modeName << "\n";
     return 0;
 }
 
 int FolderCommand::setBudget(const std::string& folderName, const std::string& budgetText) {
-    FolderBudget budget;
-    if (budgetText == "automatic" || budgetText == "auto") {
-        budget.kind = FolderBudget::Kind::automatic;
-    } else if (budgetText == "unlimited") {
-        budget.kind = FolderBudget::Kind::unlimited;
-    } else {
-        const auto reading = readByteCount(budgetText);
-        if (!reading.bytes)
-            throw CommandError("'" + budgetText + "' is not a budget: it " + reading.problem +
-                               "; use automatic, unlimited or a size such as 20GB");
-        if (*reading.bytes < FolderBudget::smallestBytes)
-            throw CommandError("'" + budgetText + "' is too small for a budget (" + formatByteCount(*reading.bytes) +
-                               "); the smallest is " + formatByteCount(FolderBudget::smallestBytes));
-        budget = {FolderBudget::Kind::bytes, *reading.bytes};
-    }
-    WatchedFolder folder = context_.folders().require(folderName);
+    const FolderBudget budget = FolderRequests::readBudget(budgetText);
+    WatchedFolder folder = FolderRequests::requireFolder(context_, folderName);
     folder.budget = budget;
     context_.folders().replace(folder);
     out_ << "Budget of " << DisplayName::of(folder.path) << ": "

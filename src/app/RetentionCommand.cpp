@@ -9,8 +9,8 @@
 #include "app/CommandError.h"
 #include "app/DaemonClient.h"
 #include "app/DaemonEndpoint.h"
+#include "app/FolderRequests.h"
 #include "app/TerminalOutput.h"
-#include "platform/DiskSpace.h"
 #include "platform/DisplayName.h"
 #include "platform/PathJson.h"
 #include "platform/StringTable.h"
@@ -151,40 +151,15 @@ int RetentionCommand::erase(const std::vector<std::string>& versionIDs,
 
 int RetentionCommand::usage(const std::optional<std::string>& folderName, bool json) {
     std::vector<WatchedFolder> folders;
-    if (folderName) folders.push_back(context_.folders().require(*folderName));
+    if (folderName) folders.push_back(FolderRequests::requireFolder(context_, *folderName));
     else folders = context_.folders().folders();
-    const std::int64_t freeBytes = DiskSpace::availableBytes(context_.layout().root()).value_or(0);
-    const bool hasStore = context_.storeExists();
-    nlohmann::json rows = nlohmann::json::array();
-    StorageBudget::Usage total;
-    for (const auto& folder : folders) {
-        StorageBudget::Usage usage;
-        if (hasStore) usage = StorageBudget::measure(folder, context_.readCatalog(), context_.layout(), freeBytes);
-        else usage.budgetBytes = StorageBudget::effectiveBudget(folder.budget, freeBytes);
-        nlohmann::json row = {{"folderID", folder.id},
-                              {"privateBytes", usage.privateBytes},
-                              {"logicalBytes", usage.logicalBytes},
-                              {"versionCount", usage.versionCount},
-                              {"budgetBytes", usage.budgetBytes ? nlohmann::json(*usage.budgetBytes) : nlohmann::json()},
-                              {"budget", StorageBudget::describe(folder.budget)},
-                              {"overBudget", usage.overBudget()}};
-        putPath(row, "path", folder.path);
-        rows.push_back(row);
-        total.privateBytes += usage.privateBytes;
-        total.logicalBytes += usage.logicalBytes;
-        total.versionCount += usage.versionCount;
-    }
+    const auto report = FolderRequests::usage(context_, folders);
     if (json) {
-        out_ << nlohmann::json{{"folders", rows},
-                               {"total",
-                                {{"privateBytes", total.privateBytes},
-                                 {"logicalBytes", total.logicalBytes},
-                                 {"versionCount", total.versionCount}}},
-                               {"availableBytes", freeBytes}}
-                    .dump(2)
-             << "\n";
+        out_ << report.dump(2) << "\n";
         return 0;
     }
+    const auto& rows = report["folders"];
+    const auto& total = report["total"];
     char line[512];
     std::snprintf(line, sizeof line, "%-10s %10s %10s %9s  %-22s %s\n", "ON DISK", "LOGICAL", "VERSIONS", "", "BUDGET",
                   "FOLDER");
@@ -196,8 +171,8 @@ int RetentionCommand::usage(const std::optional<std::string>& folderName, bool j
                       budgetText(row).c_str(), folderPathOf(row).c_str());
         out_ << line;
     }
-    std::snprintf(line, sizeof line, "%-10s %10s %10lld %9s  %-22s %s\n", formatByteCount(total.privateBytes).c_str(),
-                  formatByteCount(total.logicalBytes).c_str(), static_cast<long long>(total.versionCount), "", "",
+    std::snprintf(line, sizeof line, "%-10s %10s %10lld %9s  %-22s %s\n", formatByteCount(total["privateBytes"].get<std::int64_t>()).c_str(),
+                  formatByteCount(total["logicalBytes"].get<std::int64_t>()).c_str(), total["versionCount"].get<long long>(), "", "",
                   "total");
     out_ << line;
     out_ << "ON DISK counts what no other file shares (a reflinked version that still shares its blocks with the\n"

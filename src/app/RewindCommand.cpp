@@ -1,10 +1,9 @@
 #include "app/RewindCommand.h"
 
-
-
 #include "app/ApiHandlers.h"
 #include "app/ByteCount.h"
 #include "app/CommandError.h"
+#include "app/CompareRequests.h"
 #include "app/DaemonClient.h"
 #include "app/DaemonEndpoint.h"
 #include "app/TerminalOutput.h"
@@ -20,26 +19,19 @@ namespace vosklin {
 RewindCommand::RewindCommand(AppContext& context, std::ostream& out, std::ostream& err)
     : context_(context), out_(out), err_(err) {}
 
-int RewindCommand::rewindTo(const WatchedFolder& folder, double target, bool dryRun, bool yes) {
-    using Action = RewindPlan::Step::Action;
-    RewindPlan plan;
-    try {
-        plan = context_.rewindService().plan(folder, target);
-    } catch (const RewindError& error) {
-        throw CommandError(StringTable::text(error.textKey()) + " (" + error.what() + ")");
+int RewindCommand::rewindTo(const WatchedFolder& folder, double target, bool dryRun, bool yes, bool json) {
+    const RewindPlan plan = CompareRequests::rewindPlan(context_, folder, target);
+    if (json && dryRun) {
+        out_ << CompareRequests::planJson(plan, folder).dump(2) << "\n";
+        return 0;
     }
-    if (plan.steps.empty()) throw CommandError(StringTable::text("rewind.error.nothingToDo"));
-    out_ << StringTable::text("rewind.sheet.subtitle %@ %@", {DisplayName::of(folder.path), formatLocalTime(target)})
-         << "\n";
-    for (auto [action, key] : {std::pair{Action::revert, "rewind.sheet.revert %lld"},
-                               {Action::restoreDeleted, "rewind.sheet.restore %lld"},
-                               {Action::removeAdded, "rewind.sheet.remove %lld"}})
-        if (auto count = plan.count(action)) out_ << "  " << StringTable::count(key, count) << "\n";
-    for (const auto& step : plan.steps) {
-        const char* label = step.action == Action::revert ? "revert " : step.action == Action::restoreDeleted ? "restore" : "remove ";
-        out_ << "    " << label << "  " << DisplayName::of(step.relativePath) << "\n";
+    // Nothing is asked with --json: its output is for a program.
+    if (json && !yes) throw CommandError("Add --yes to rewind with --json (nothing is asked then)");
+    if (!json) {
+        out_ << StringTable::text("rewind.sheet.subtitle %@ %@", {DisplayName::of(folder.path), formatLocalTime(target)})
+             << "\n";
+        printPlan(plan);
     }
-    out_ << StringTable::text("rewind.sheet.reversible") << "\n";
     if (dryRun) return 0;
     if (!yes && !confirmOnTerminal(out_, StringTable::text("rewind.sheet.confirm"),
                                    "Add --yes to rewind without a terminal to confirm on")) {
@@ -55,10 +47,14 @@ int RewindCommand::rewindTo(const WatchedFolder& folder, double target, bool dry
         report = DaemonClient(*daemon).call("rewind", request);
     else
         report = ApiHandlers(context_, nullptr).call("rewind", request);
+    const auto failed = report.value("failedPaths", nlohmann::json::array());
+    if (json) {
+        out_ << report.dump(2) << "\n";
+        return failed.empty() ? 0 : 1;
+    }
     const long long changes = report.value("revertedCount", 0ll) + report.value("restoredCount", 0ll) +
                               report.value("removedCount", 0ll);
     out_ << StringTable::count("rewind.banner.done %lld %@", changes, {formatLocalTime(target)}) << "\n";
-    const auto failed = report.value("failedPaths", nlohmann::json::array());
     if (!failed.empty()) {
         err_ << "vosklin: " << StringTable::count("rewind.banner.failed %lld", static_cast<long long>(failed.size()))
              << "\n";
@@ -68,7 +64,21 @@ int RewindCommand::rewindTo(const WatchedFolder& folder, double target, bool dry
     return 0;
 }
 
-int RewindCommand::rewind(const std::string& folderName, const std::string& moment, bool dryRun, bool yes) {
+void RewindCommand::printPlan(const RewindPlan& plan) {
+    using Action = RewindPlan::Step::Action;
+    for (auto [action, key] : {std::pair{Action::revert, "rewind.sheet.revert %lld"},
+                               {Action::restoreDeleted, "rewind.sheet.restore %lld"},
+                               {Action::removeAdded, "rewind.sheet.remove %lld"}})
+        if (auto count = plan.count(action)) out_ << "  " << StringTable::count(key, count) << "\n";
+    for (const auto& step : plan.steps) {
+        const char* label = step.action == Action::revert ? "revert " : step.action == Action::restoreDeleted ? "restore" : "remove ";
+        out_ << "    " << label << "  " << DisplayName::of(step.relativePath) << "\n";
+    }
+    out_ << StringTable::text("rewind.sheet.reversible") << "\n";
+}
+
+int RewindCommand::rewind(const std::string& folderName, const std::string& moment, bool dryRun, bool yes,
+                          bool json) {
     WatchedFolder folder = context_.folders().require(folderName);
     const auto reading = readUserInstant(moment);
     if (!reading.instant) throw CommandError(userInstantRefusal(moment, reading));
@@ -76,14 +86,14 @@ int RewindCommand::rewind(const std::string& folderName, const std::string& mome
     if (!context_.storeExists()) throw CommandError("Vosklin has no history of " + DisplayName::of(folder.path));
     // As printed, an instant is rounded to the microsecond: read the state it stands for.
     target = FolderHistory::load(context_.catalog(), folder.id).stateInstant(*target);
-    return rewindTo(folder, *target, dryRun, yes);
+    return rewindTo(folder, *target, dryRun, yes, json);
 }
 
-int RewindCommand::undo(const std::string& folderName, bool dryRun, bool yes) {
+int RewindCommand::undo(const std::string& folderName, bool dryRun, bool yes, bool json) {
     WatchedFolder folder = context_.folders().require(folderName);
     if (context_.storeExists())
         if (auto before = RewindService::undoTarget(context_.catalog().marks(folder.id)))
-            return rewindTo(folder, *before, dryRun, yes);
+            return rewindTo(folder, *before, dryRun, yes, json);
     throw CommandError(DisplayName::of(folder.path) + " has not been rewound: there is nothing to undo");
 }
 

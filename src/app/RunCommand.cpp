@@ -11,6 +11,7 @@
 #include "app/ChangeFeed.h"
 #include "app/CommandError.h"
 #include "app/DaemonEndpoint.h"
+#include "app/FolderRequests.h"
 #include "app/LocalApiServer.h"
 #include "app/LocalSocketServer.h"
 #include "bridge/FolderAdmission.h"
@@ -161,46 +162,13 @@ AutostartCommand::AutostartCommand(const std::optional<std::string>& homeOption,
 
 int AutostartCommand::run(const std::string& state) {
     if (state != "on" && state != "off") throw CommandError("'" + state + "' is neither on nor off");
-    auto config = processEnvironment("XDG_CONFIG_HOME");
-    auto home = processEnvironment("HOME");
-    std::string base = config && isAbsolutePath(*config) ? *config : home ? joinPath(*home, ".config") : "";
-    if (base.empty()) throw CommandError("Cannot tell where systemd user units go: HOME is not set");
-    const std::string directory = joinPath(base, "systemd/user");
-    const std::string unit = joinPath(directory, "vosklin.service");
-    PosixFileSystem fileSystem;
-
     if (state == "off") {
-        std::system("systemctl --user disable vosklin.service >/dev/null 2>&1");
-        try {
-            fileSystem.removeFile(unit);
-        } catch (const FileSystemError& error) {
-            if (error.errorNumber() != ENOENT) throw;
-        }
+        Autostart::disable();
         out_ << "Vosklin no longer starts at login.\n";
         return 0;
     }
-
-    std::string binary = fileSystem.resolvedPath("/proc/self/exe");
-    std::string command = binary + " run --background";
-    if (homeOption_) command += " --home " + absolutePath(*homeOption_);
-    else if (auto vosklinHome = processEnvironment("VOSKLIN_HOME")) command += " --home " + absolutePath(*vosklinHome);
-    const std::string text =
-        "[Unit]\n"
-        "Description=Vosklin: keeps a version history of your folders\n"
-        "\n"
-        "[Service]\n"
-        "ExecStart=" + command + "\n"
-        "Restart=on-failure\n"
-        "Nice=10\n"
-        "IOSchedulingClass=idle\n"
-        "\n"
-        "[Install]\n"
-        "WantedBy=default.target\n";
-    makeDirectories(fileSystem, directory, 0755);
-    writeFileAtomically(fileSystem, unit, text, 0644);
-    const bool enabled = std::system("systemctl --user daemon-reload >/dev/null 2>&1 && "
-                                     "systemctl --user enable vosklin.service >/dev/null 2>&1") == 0;
-    out_ << "Installed " << unit << "\n";
+    const bool enabled = Autostart::enable(homeOption_);
+    out_ << "Installed " << Autostart::unitPath() << "\n";
     if (enabled) {
         out_ << "Vosklin will start at login. Start it now with: systemctl --user start vosklin\n";
     } else {

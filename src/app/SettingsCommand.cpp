@@ -4,6 +4,7 @@
 #include <stdexcept>
 
 #include "app/CommandError.h"
+#include "app/FolderRequests.h"
 #include "app/KnownSettings.h"
 #include "platform/DisplayName.h"
 
@@ -30,63 +31,36 @@ SettingsCommand::SettingsCommand(AppContext& context, std::ostream& out) : conte
 int SettingsCommand::run(const std::optional<std::string>& key, const std::vector<std::string>& values, bool reset,
                          bool json) {
     auto& settings = context_.settings();
-    // What a key holds: its stored value when that is one it takes, else its default.
-    auto current = [&](const KnownSettings::Definition& definition) -> std::pair<nlohmann::json, bool> {
-        const auto stored = settings.raw(definition.key);
-        if (stored.is_null()) return {definition.defaultValue, false};
-        if (stored.type() != definition.defaultValue.type() &&
-            !(stored.is_number() && definition.defaultValue.is_number()))
-            return {definition.defaultValue, false};
-        return {stored, true};
-    };
-    auto record = [&](const KnownSettings::Definition& definition) {
-        auto [value, isSet] = current(definition);
-        return nlohmann::json{{"key", definition.key},         {"value", value},
-                              {"isDefault", !isSet},           {"default", definition.defaultValue},
-                              {"meaning", definition.meaning}, {"values", definition.values}};
+    auto printRecord = [&](const nlohmann::json& record) {
+        out_ << record["key"].get<std::string>() << " = " << shown(record["value"])
+             << (record["isDefault"].get<bool>() ? "  (default)" : "") << "\n";
     };
 
     if (!key) {
         if (!values.empty() || reset) throw CommandError("Name the setting to change");
         if (json) {
             nlohmann::json list = nlohmann::json::array();
-            for (const auto& definition : KnownSettings::all()) list.push_back(record(definition));
+            for (const auto& definition : KnownSettings::all())
+                list.push_back(FolderRequests::settingRecord(settings, definition));
             out_ << list.dump(2) << "\n";
             return 0;
         }
         for (const auto& definition : KnownSettings::all()) {
-            auto [value, isSet] = current(definition);
-            out_ << definition.key << " = " << shown(value) << (isSet ? "" : "  (default)") << "\n"
-                 << "    " << definition.meaning << ".\n"
+            printRecord(FolderRequests::settingRecord(settings, definition));
+            out_ << "    " << definition.meaning << ".\n"
                  << "    Takes " << definition.values << "; default " << shown(definition.defaultValue) << ".\n";
         }
         out_ << "Change one with: vosklin settings KEY VALUE...   (back to its default: vosklin settings KEY --reset)\n";
         return 0;
     }
 
-    const auto* definition = KnownSettings::find(*key);
-    if (!definition) {
-        std::string known;
-        for (const auto& each : KnownSettings::all()) known += (known.empty() ? "" : ", ") + each.key;
-        throw CommandError("There is no setting '" + DisplayName::of(*key) + "'; the settings are " + known);
-    }
+    const auto& definition = FolderRequests::requireSetting(*key);
     if (reset && !values.empty()) throw CommandError("Give a value or --reset, not both");
-    if (reset) {
-        settings.set(definition->key, nullptr);
-    } else if (!values.empty()) {
-        try {
-            settings.set(definition->key, KnownSettings::parse(*definition, values));
-        } catch (const std::invalid_argument& error) {
-            throw CommandError("Not a value of " + definition->key + ": " + DisplayName::of(error.what()) +
-                               "; nothing was changed");
-        }
-    }
-    if (json) {
-        out_ << record(*definition).dump(2) << "\n";
-        return 0;
-    }
-    auto [value, isSet] = current(*definition);
-    out_ << definition->key << " = " << shown(value) << (isSet ? "" : "  (default)") << "\n";
+    if (reset) FolderRequests::changeSetting(settings, definition, std::nullopt);
+    else if (!values.empty()) FolderRequests::changeSetting(settings, definition, values);
+    const auto record = FolderRequests::settingRecord(settings, definition);
+    if (json) out_ << record.dump(2) << "\n";
+    else printRecord(record);
     return 0;
 }
 

@@ -89,6 +89,21 @@ const std::map<std::string, Entry>& table() {
         {"compare.text.tooLarge", {"Too large to compare line by line; compared position by position."}},
         {"compare.text.summary %lld %lld", {"%lld lines differ in the newer version, %lld in the older."}},
         {"compare.text.regions %lld", {"%lld changed regions", "1 changed region"}},
+        // The window: its frame, navigation and keys.
+        {"window.title", {"Vosklin"}},
+        {"window.nav.home", {"Folders"}},
+        {"window.nav.search", {"Search"}},
+        {"window.nav.settings", {"Settings"}},
+        {"window.nav.findFile", {"Find a file"}},
+        {"window.keys.findFile", {"Find a file"}},
+        {"window.keys.home", {"Go to the folders"}},
+        {"window.keys.settings", {"Go to the settings"}},
+        {"window.error.title", {"Something went wrong"}},
+        {"window.error.session", {"The window's session has ended. Run 'vosklin ui' for a new one."}},
+        {"window.banner.dismiss", {"Dismiss"}},
+        {"window.sheet.cancel", {"Cancel"}},
+        // The window: folders, onboarding, settings, search and the file picker.
+        // The window: timeline, files, versions, sheets and comparisons.
     };
     return entries;
 }
@@ -127,6 +142,13 @@ std::string StringTable::count(const std::string& key, long long number, const s
     arguments.insert(arguments.end(), more.begin(), more.end());
     const char* pattern = number == 1 && found->second.one ? found->second.one : found->second.other;
     return fill(pattern, arguments);
+}
+
+std::vector<StringTable::Text> StringTable::all() {
+    std::vector<Text> texts;
+    for (const auto& [key, entry] : table())
+        texts.push_back({key, entry.other, entry.one ? std::optional<std::string>(entry.one) : std::nullopt});
+    return texts;
 }
 
 }  // namespace vosklin

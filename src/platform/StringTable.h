@@ -1,5 +1,6 @@
 #pragma once
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -14,6 +15,14 @@ class StringTable {
 public:
     static std::string text(const std::string& key, const std::vector<std::string>& arguments = {});
     static std::string count(const std::string& key, long long number, const std::vector<std::string>& more = {});
+
+    struct Text {
+        std::string key;
+        std::string text;
+        std::optional<std::string> singular;  // a counted text's form for 1, when it has one
+    };
+    // Every text, by key, for a front end that fills the placeholders itself.
+    static std::vector<Text> all();
 };
 
 }  // namespace vosklin
