@@ -323,10 +323,22 @@ TEST_F(WindowServerTest, TheEventStreamTellsOfCapturesAndChangesAndHoldsFewSlots
     const std::string folderID = jsonOf({"folder", "list"})[0]["id"];
     EXPECT_NE(stream.received().find("event: changed\ndata: {\"folderID\":\"" + folderID + "\""), std::string::npos)
         << stream.received();
-    auto star = post("star", {{"version", newest("saved.txt")["id"]}});
-    ASSERT_TRUE(star);
-    EXPECT_EQ(star->status, 200);
-    EXPECT_TRUE(stream.readUntil("\"what\":\"history\"")) << stream.received();
+    // The handlers' own changes, each announced once it is done.
+    const struct {
+        std::string name;
+        nlohmann::json body;
+        std::string event;
+    } changes[] = {
+        {"star", {{"version", newest("saved.txt")["id"]}}, R"("what":"history")"},
+        {"folderpause", {{"folder", root}}, R"({"folderID":")" + folderID + R"(","what":"folders"})"},
+        {"setting", {{"key", "vosklin.contentSearchDisabled"}, {"value", true}}, R"({"folderID":"","what":"settings"})"},
+    };
+    for (const auto& change : changes) {
+        auto answer = post(change.name, change.body);
+        ASSERT_TRUE(answer) << change.name;
+        EXPECT_EQ(answer->status, 200) << change.name << ": " << answer->body;
+        EXPECT_TRUE(stream.readUntil(change.event)) << change.name << ": " << stream.received();
+    }
 
     // Streams are few, so requests always find a slot; one whose reader left gives its slot back.
     std::vector<std::unique_ptr<RawConnection>> more;
