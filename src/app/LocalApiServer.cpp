@@ -292,8 +292,11 @@ void LocalApiServer::route() {
             markUntrusted(response);
             response.set_content_provider(
                 std::size_t(served->size), std::string(ServedFiles::contentTypeOf(served->relativePath)),
-                [served](std::size_t, std::size_t, httplib::DataSink& sink) {
+                [served, streamed = false](std::size_t, std::size_t, httplib::DataSink& sink) mutable {
                     // Hashed whole before the first byte goes out; damage found then cuts the answer short.
+                    // All of it in one call: asked again, something went wrong, and it is not sent twice.
+                    if (streamed) return false;
+                    streamed = true;
                     try {
                         served->payload.streamTo(sink.os);
                         return true;
