@@ -8,9 +8,9 @@
 #include <string>
 
 #include "app/AppContext.h"
-#include "app/ChangeFeed.h"
 #include "app/CompareRequests.h"
 #include "app/FolderRequests.h"
+#include "app/ChangeFeed.h"
 #include "capture/CaptureEngine.h"
 #include "search/ContentSearchModel.h"
 
@@ -138,10 +138,10 @@ private:
     std::mutex historyLock_;  // also held by exports, so a pass cannot remove what one reads
     std::mutex searchLock_;
     std::unique_ptr<ContentSearchModel> searchModel_;
-    ChangeFeed* changeFeed_ = nullptr;
-    std::function<std::string()> loginCodes_;
     FolderRequests folderRequests_;
     CompareRequests compareRequests_;
+    ChangeFeed* changeFeed_ = nullptr;
+    std::function<std::string()> loginCodes_;
 };
 
 }  // namespace vosklin

@@ -195,7 +195,8 @@ nlohmann::json CompareRequests::binaryCompare(const ApiRequest& request) {
         if (context_.storeExists()) version = context_.readCatalog().version(id);
         if (!version) throw ApiError(404, "There is no version " + std::to_string(id));
         if (context_.readCatalog().requireFile(version->fileID).isPackage)
-            throw ApiError(409, "Version " + std::to_string(id) + " is a folder (a package); only files can be compared");
+            throw ApiError(409, "Version " + std::to_string(id) +
+                                    " is a folder (a package); only files can be compared");
         auto side = std::make_unique<BinarySide>();
         side->fd = fileSystem.openForReading(StoredPayload(fileSystem, context_.layout(), *version, false).locate());
         side->version = std::move(version);
@@ -254,7 +255,8 @@ nlohmann::json CompareRequests::binaryCompare(const ApiRequest& request) {
     answer["window"] = nullptr;
     if (firstDifference) {
         // Half the window before the difference, from the start of a 16-byte row.
-        const std::uint64_t from = std::uint64_t(std::max<std::int64_t>(0, *firstDifference - std::int64_t(windowSize / 2))) & ~15ull;
+        const std::int64_t before = std::max<std::int64_t>(0, *firstDifference - std::int64_t(windowSize / 2));
+        const std::uint64_t from = std::uint64_t(before) & ~std::uint64_t(15);
         char bytes[windowSize];
         answer["window"] = {{"offset", from}};
         for (auto [side, key] : {std::pair{older.get(), "old"}, {newer.get(), "new"}})

@@ -48,8 +48,8 @@ DiffCommand::Side DiffCommand::load(const std::string& versionOrPath) {
     const bool isNumber = !versionOrPath.empty() && *end == '\0';
     if (isNumber && id > 0 && !context_.fileSystem().status(versionOrPath)) {
         std::string bytes = CompareRequests::versionText(context_, id);
-        return {"version " + versionOrPath + " (" + formatLocalTime(context_.readCatalog().version(id)->capturedAt) + ")",
-                std::move(bytes)};
+        const double capturedAt = context_.readCatalog().version(id)->capturedAt;
+        return {"version " + versionOrPath + " (" + formatLocalTime(capturedAt) + ")", std::move(bytes)};
     }
     return {DisplayName::of(versionOrPath), readLimited(context_.fileSystem(), absolutePath(versionOrPath))};
 }

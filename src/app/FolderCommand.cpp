@@ -39,9 +39,10 @@ int FolderCommand::list(bool json) {
             array.push_back(entry);
             continue;
         }
-        std::string state = !entry["reachable"].get<bool>() ? "unreachable: " + entry["unreachableReason"].get<std::string>()
-                            : folder.isPaused               ? "paused"
-                                                            : std::string(toString(folder.mode));
+        std::string state = !entry["reachable"].get<bool>()
+                                ? "unreachable: " + entry["unreachableReason"].get<std::string>()
+                            : folder.isPaused ? "paused"
+                                              : std::string(toString(folder.mode));
         out_ << DisplayName::of(folder.path) << "\n"
              << "  id:       " << folder.id << "\n"
              << "  state:    " << state << "\n"

@@ -95,7 +95,8 @@ nlohmann::json FolderRequests::settingRecord(Settings& settings, const KnownSett
     const bool fits = !value.is_null() && (value.type() == definition.defaultValue.type() ||
                                            (value.is_number() && definition.defaultValue.is_number()));
     if (!fits) value = definition.defaultValue;
-    return {{"key", definition.key},     {"value", value},     {"isDefault", !fits}, {"default", definition.defaultValue},
+    return {{"key", definition.key},         {"value", value},
+            {"isDefault", !fits},            {"default", definition.defaultValue},
             {"meaning", definition.meaning}, {"values", definition.values}};
 }
 
@@ -135,9 +136,10 @@ nlohmann::json FolderRequests::usage(AppContext& context, const std::vector<Watc
                               {"privateBytes", usage.privateBytes},
                               {"logicalBytes", usage.logicalBytes},
                               {"versionCount", usage.versionCount},
-                              {"budgetBytes", usage.budgetBytes ? nlohmann::json(*usage.budgetBytes) : nlohmann::json()},
+                              {"budgetBytes", nullptr},
                               {"budget", StorageBudget::describe(folder.budget)},
                               {"overBudget", usage.overBudget()}};
+        if (usage.budgetBytes) row["budgetBytes"] = *usage.budgetBytes;
         putPath(row, "path", folder.path);
         rows.push_back(row);
         total.privateBytes += usage.privateBytes;
@@ -240,6 +242,7 @@ nlohmann::json FolderRequests::setting(const ApiRequest& request) {
     const auto& definition = requireSetting(*key);
     // The value as the command line would have it typed: a list takes one word per item.
     const nlohmann::json& value = request.has("value") ? request.json()["value"] : nlohmann::json();
+    const ApiError notAValue(400, "The request's \"value\" must be text, a number, true or false, or a list of texts");
     std::optional<std::vector<std::string>> words;
     if (value.is_string()) words = {value.get<std::string>()};
     else if (value.is_boolean()) words = {value.get<bool>() ? "true" : "false"};
@@ -247,11 +250,11 @@ nlohmann::json FolderRequests::setting(const ApiRequest& request) {
     else if (value.is_array()) {
         words.emplace();
         for (const auto& item : value) {
-            if (!item.is_string()) throw ApiError(400, "The request's \"value\" must be text, a number, true or false, or a list of texts");
+            if (!item.is_string()) throw notAValue;
             words->push_back(item.get<std::string>());
         }
     } else if (!value.is_null()) {
-        throw ApiError(400, "The request's \"value\" must be text, a number, true or false, or a list of texts");
+        throw notAValue;
     }
     changeSetting(context_.settings(), definition, words);
     return settingRecord(context_.settings(), definition);
@@ -275,7 +278,8 @@ std::optional<nlohmann::json> FolderRequests::answer(const std::string& name, co
     if (name == "complete") return complete(request);
     if (name == "settings") {
         nlohmann::json list = nlohmann::json::array();
-        for (const auto& definition : KnownSettings::all()) list.push_back(settingRecord(context_.settings(), definition));
+        for (const auto& definition : KnownSettings::all())
+            list.push_back(settingRecord(context_.settings(), definition));
         return list;
     }
     if (name == "setting") return setting(request);

@@ -28,7 +28,8 @@ int RewindCommand::rewindTo(const WatchedFolder& folder, double target, bool dry
     // Nothing is asked with --json: its output is for a program.
     if (json && !yes) throw CommandError("Add --yes to rewind with --json (nothing is asked then)");
     if (!json) {
-        out_ << StringTable::text("rewind.sheet.subtitle %@ %@", {DisplayName::of(folder.path), formatLocalTime(target)})
+        out_ << StringTable::text("rewind.sheet.subtitle %@ %@",
+                                  {DisplayName::of(folder.path), formatLocalTime(target)})
              << "\n";
         printPlan(plan);
     }
