@@ -20,6 +20,7 @@ packages=(
   xfsprogs                        # reflink XFS images for the clone tests
   util-linux                      # losetup, mount
   vim emacs-nox rsync sed         # real editors and copiers in the save-strategy tests
+  chromium                        # the window's browser tests and benchmark (never a downloaded browser)
 )
 
 missing=()
@@ -28,6 +29,12 @@ for p in "${packages[@]}"; do
     missing+=("$p")
   fi
 done
+# Node.js runs the window's unit and browser tests; a machine that already has one keeps it.
+if ! command -v node >/dev/null 2>&1; then
+  missing+=(nodejs npm)
+elif ! command -v npm >/dev/null 2>&1; then
+  missing+=(npm)
+fi
 
 if [ ${#missing[@]} -eq 0 ]; then
   exit 0
