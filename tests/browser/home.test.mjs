@@ -10,7 +10,7 @@ import { startWindow, testTimeout, waitUntil } from './harness.mjs';
 const folders = async (w) => w.json(['folder', 'list']);
 
 test('onboarding: completion, a refusal as the command words it, then a first folder recording', { timeout: testTimeout }, async (t) => {
-    const w = await startWindow({ noFolder: true });
+    const w = await startWindow({ noFolder: true, files: { 'before.txt': 'there before\n' } });
     t.after(() => w.close());
     const { page } = w;
     await page.getByRole('heading', { level: 1, name: 'Welcome to Vosklin' }).waitFor();
@@ -37,6 +37,10 @@ test('onboarding: completion, a refusal as the command words it, then a first fo
     const [folder] = await folders(w);
     assert.equal(folder.path, w.folder);
     assert.equal(await page.getByRole('link', { name: 'Open its timeline' }).getAttribute('href'), `#/folder/${folder.id}`);
+    // Recording from the start: what was there is kept, and so is what comes next.
+    await w.writeFile('after.txt', 'written after\n');
+    await w.settle();
+    for (const path of ['before.txt', 'after.txt']) assert.equal((await w.versionsOf(path)).versions.length, 1, path);
     assert.deepEqual(w.pageErrors, []);
 });
 
