@@ -150,6 +150,6 @@ test('PDF: pages rendered by the daemon, side by side, page by page', { timeout:
     await page.getByRole('button', { name: 'Next page' }).click();
     await page.getByText('Page 3 of 3').waitFor();
     assert.equal(await page.getByText('No such page in this version.').count(), 1, 'the older version has two pages');
-    assert.ok(await loaded(page.getByRole('img', { name: /^Page 3 of / })));
+    await waitUntil(() => loaded(page.getByRole('img', { name: /^Page 3 of / })), 'the newer version\'s third page');
     assert.deepEqual(w.pageErrors, []);
 });
