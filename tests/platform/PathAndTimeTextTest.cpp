@@ -139,9 +139,6 @@ TEST(PathJsonTest, ValidUtf8IsWrittenPlainAndAnythingElseKeepsItsBytes) {
     EXPECT_TRUE(isValidUtf8("日本 😀"));
 }
 
-}  // namespace
-}  // namespace vosklin
-
 TEST(StringTableTest, CountedTextsTakeTheirNumberOnlyWhereTheFormHasAPlace) {
     struct Row {
         const char* key;
@@ -158,3 +155,6 @@ TEST(StringTableTest, CountedTextsTakeTheirNumberOnlyWhereTheFormHasAPlace) {
     };
     for (const auto& row : rows) EXPECT_EQ(StringTable::count(row.key, row.number, row.more), row.expected) << row.key;
 }
+
+}  // namespace
+}  // namespace vosklin
