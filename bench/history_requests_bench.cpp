@@ -219,6 +219,23 @@ void BM_CompareMoments(benchmark::State& state) {
 }
 BENCHMARK(BM_CompareMoments)->Unit(benchmark::kMillisecond)->UseRealTime()->MinTime(3.0);
 
+// The worst case: from before the folder's first moment, so every file is read and listed as added.
+void BM_CompareMomentsFromNothing(benchmark::State& state) {
+    Home& h = home();
+    const json body = {
+        {"folder", h.wide().id}, {"from", formatInstant(wideBefore - 86400)}, {"to", formatInstant(wideAfter)}};
+    json answer;
+    for (auto _ : state) {
+        answer = h.call("comparemoments", body);
+        benchmark::DoNotOptimize(answer);
+    }
+    if (answer["added"].size() != wideFiles + 500 - 500)
+        state.SkipWithError(("unexpected comparison: " + answer.dump().substr(0, 200)).c_str());
+    state.counters["added"] = double(answer["added"].size());
+    state.counters["answer_MB"] = double(answer.dump().size()) / 1e6;
+}
+BENCHMARK(BM_CompareMomentsFromNothing)->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(3);
+
 std::size_t momentsOf(const json& page) {
     std::size_t moments = 0;
     for (const auto& session : page["sessions"]) moments += session["moments"].size();
