@@ -110,10 +110,10 @@ class ApiRequest;
 //   versions {"file": id} or {"path": absolute, the name now or an old one}, "offset", "limit" (500;
 //            at most 5000) -> "file", "path", "folderID", "versions" (newest first), "total",
 //            "live": {"exists", "logicalBytes" (null for a package or nothing there)}
-//   comparemoments {"folder", "from", "to"} -> "from", "to" (the instants read), and "added",
-//            "changed", "deleted", "renamed", each entry "fileID", "relativePath" (the "to" side's,
-//            or the "from" side's for a deletion), "previousPath" (renames), "oldVersionID",
-//            "newVersionID", "oldBytes", "newBytes" (null where a side has no file). Files are
+//   comparemoments {"folder", "from", "to"} -> "folderID", "added", "changed", "deleted", "renamed",
+//            each entry "fileID", "relativePath" (the "to" side's, or the "from" side's for a
+//            deletion), "previousPath" (renames), "oldVersionID", "newVersionID", "oldBytes",
+//            "newBytes" (null where a side has no file). Files are
 //            matched by id; a file whose bytes are the same at both is not listed.
 //
 // Changes to history (restore, rewind, prune, delete) run one at a time: a

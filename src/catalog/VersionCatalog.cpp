@@ -504,7 +504,37 @@ void VersionCatalog::deleteVersionsListed(const std::vector<std::int64_t>& versi
 
 std::vector<FileStateAt> VersionCatalog::stateAt(const std::string& folderID, double instant) {
     Guard guard(lock_);
+    return stateAtLocked(folderID, instant, std::nullopt);
+}
+
+std::vector<FileStateAt> VersionCatalog::stateAt(const std::string& folderID, double instant,
+                                                 const std::vector<std::int64_t>& fileIDs) {
+    Guard guard(lock_);
+    if (fileIDs.empty()) return {};
+    std::ostringstream ids;
+    ids << '[';
+    for (std::size_t i = 0; i < fileIDs.size(); ++i) ids << (i ? "," : "") << fileIDs[i];
+    ids << ']';
+    return stateAtLocked(folderID, instant, ids.str());
+}
+
+std::vector<std::int64_t> VersionCatalog::filesChangedBetween(const std::string& folderID, double after,
+                                                               double upTo) {
+    Guard guard(lock_);
+    std::vector<std::int64_t> ids;
+    database_.query(
+        "SELECT file_id FROM versions WHERE folder_id = ?1 AND captured_at > ?2 AND captured_at <= ?3 UNION SELECT "
+        "file_id FROM file_events WHERE folder_id = ?1 AND at > ?2 AND at <= ?3 ORDER BY 1",
+        {folderID, after, upTo}, [&](const DatabaseRow& row) { ids.push_back(row.int64(0)); });
+    return ids;
+}
+
+// `fileIDs`: a JSON array of the ids to read, or every file of the folder.
+std::vector<FileStateAt> VersionCatalog::stateAtLocked(const std::string& folderID, double instant,
+                                                       const std::optional<std::string>& fileIDs) {
     std::vector<FileStateAt> states;
+    std::vector<Value> values = {instant, instant, folderID, instant};
+    if (fileIDs) values.push_back(*fileIDs);
     database_.query(
         "SELECT f.id, f.folder_id, COALESCE((SELECT path FROM file_events WHERE file_id = f.id AND kind = 'renamed' "
         "AND path IS NOT NULL AND at <= ? ORDER BY at DESC, rowid DESC LIMIT 1), v.rel_path, f.rel_path), f.inode, "
@@ -513,8 +543,9 @@ std::vector<FileStateAt> VersionCatalog::stateAt(const std::string& folderID, do
         "FROM files f JOIN versions v ON v.id = (SELECT id FROM versions WHERE file_id = f.id AND captured_at <= ? "
         "ORDER BY captured_at DESC, id DESC LIMIT 1) WHERE f.folder_id = ? AND COALESCE((SELECT kind FROM "
         "file_events WHERE file_id = f.id AND at <= ? AND kind IN ('deleted', 'appeared') ORDER BY at DESC, rowid "
-        "DESC LIMIT 1), 'appeared') = 'appeared'",
-        {instant, instant, folderID, instant},
+        "DESC LIMIT 1), 'appeared') = 'appeared'" +
+            std::string(fileIDs ? " AND f.id IN (SELECT value FROM json_each(?))" : ""),
+        values,
         [&](const DatabaseRow& row) { states.push_back({readFile(row, 0), readVersion(row, 8)}); });
     return states;
 }

@@ -164,6 +164,12 @@ public:
 
     // --- History of a folder ---------------------------------------------------
     std::vector<FileStateAt> stateAt(const std::string& folderID, double instant);
+    // stateAt for the listed files alone (those of another folder are never listed).
+    std::vector<FileStateAt> stateAt(const std::string& folderID, double instant,
+                                     const std::vector<std::int64_t>& fileIDs);
+    // The files with a version or an event in (after, upTo]: the only ones whose
+    // state can differ between the two instants. Ascending ids.
+    std::vector<std::int64_t> filesChangedBetween(const std::string& folderID, double after, double upTo);
     std::vector<ChangeRow> changeList(const std::string& folderID, std::int64_t limit);
     // changeList bounded for paging: the newest `limit` rows captured before
     // `before` (exclusive), with the sizes before them as changeList gives them.
@@ -260,6 +266,8 @@ private:
     std::vector<RecentFile> queryRecentFiles(const std::string& sql, const std::vector<Database::Value>& values);
     std::optional<TrackedFile> fileAtPathLocked(const std::string& folderID, const std::string& relativePath);
     std::optional<StoredVersion> versionLocked(std::int64_t id);
+    std::vector<FileStateAt> stateAtLocked(const std::string& folderID, double instant,
+                                           const std::optional<std::string>& fileIDs);
     std::int64_t insertVersionLocked(const NewVersion& version);
     TrackedFile trackLocked(const FileToTrack& file);
     void stageLocked(const std::vector<std::int64_t>& versionIDs);

@@ -46,7 +46,9 @@ FolderHistoryPage FolderHistory::loadPage(VersionCatalog& catalog, const std::st
             MomentClustering::sessionGap);
     };
     for (std::int64_t want = std::max<std::int64_t>(limit, 1);; want *= 2) {
-        auto rows = before ? catalog.changeListBefore(folderID, bound, want) : catalog.changeList(folderID, want);
+        // The bounded read for the first page too: it reads the rows it keeps, where changeList's
+        // window runs over the whole folder (the two agree row for row).
+        auto rows = catalog.changeListBefore(folderID, bound, want);
         if (std::int64_t(rows.size()) < want) {
             // The rest of the history, and every older event with it.
             cluster(rows, before ? catalog.eventsBetween(folderID, 0, bound) : catalog.eventsSince(folderID, 0), {});
@@ -88,6 +90,8 @@ double FolderHistory::stateInstant(double typed) const {
     if (auto moment = momentAt(typed)) return moment->at;
     return typed + instantTolerance;
 }
+
+double FolderHistory::readingInstant(double typed) { return typed + instantTolerance; }
 
 std::optional<MomentMark> FolderHistory::markAt(double instant) const {
     for (const auto& mark : marks)

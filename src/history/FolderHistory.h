@@ -44,6 +44,10 @@ struct FolderHistory {
     // printed instant is rounded to the microsecond and stands for everything
     // captured up to it.
     double stateInstant(double typed) const;
+    // An instant that reads the same state as stateInstant(typed), found without
+    // the history: just past the typed one. Moments are far more than the
+    // rounding apart, so nothing lies between a moment and this instant.
+    static double readingInstant(double typed);
 
     // The row headline: a rewind's target, "before going back", the user's
     // name, a batch's size, or the number of files changed.
