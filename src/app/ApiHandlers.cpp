@@ -10,6 +10,7 @@
 #include "app/ApiRequest.h"
 #include "app/CompareRequests.h"
 #include "app/ServedFiles.h"
+#include "app/HistoryRequests.h"
 #include "app/JsonRecords.h"
 #include "app/UserInstant.h"
 #include "history/FolderHistory.h"
@@ -400,6 +401,7 @@ nlohmann::json ApiHandlers::dispatch(const std::string& name, const ApiRequest& 
     }
     if (name == "name" || name == "unname") return mark(request, name == "name");
     if (name == "star" || name == "unstar") return star(request, name == "star");
+    if (HistoryRequests::handles(name)) return HistoryRequests(context_).answer(name, request);
     if (name == "index") return index(request);
     if (auto answer = folderRequests_.answer(name, request)) return *answer;
     if (auto answer = compareRequests_.answer(name, request)) return *answer;

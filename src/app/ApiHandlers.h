@@ -96,6 +96,26 @@ class ApiRequest;
 // "folders" after the folder requests, "settings" after a setting changed; with the
 // answer's "folderID" when it has one. Previews (dryRun) announce nothing.
 //
+// What the window reads of a folder's history (HistoryRequests); instants are
+// ISO 8601 as `history` prints them, or local date-times:
+//   history  {"folder", "before": instant (optional, exclusive), "limit": change rows (1000; at most 5000)}
+//            -> "folderID", "sessions" (as `history --json`), "next": the "before" of the next, older
+//               page, or null at the end. A page holds whole moments (one larger than the limit comes
+//               whole); its newest session may continue the oldest session of the page before.
+//   calendar {"folder"} -> "days", newest first: each "date" (local, YYYY-MM-DD), "changes" (versions
+//            and deletions and renames), "first", "last"
+//   files    {"folder", "at"} -> as `show --json`, each file also with "isDeleted" (deleted now)
+//   paths    {"folder"} -> "paths": every path a file ever had (old names, deleted files), each
+//            "relativePath", "fileID", "isDeleted", "versionCount" (of the file)
+//   versions {"file": id} or {"path": absolute, the name now or an old one}, "offset", "limit" (500;
+//            at most 5000) -> "file", "path", "folderID", "versions" (newest first), "total",
+//            "live": {"exists", "logicalBytes" (null for a package or nothing there)}
+//   comparemoments {"folder", "from", "to"} -> "from", "to" (the instants read), and "added",
+//            "changed", "deleted", "renamed", each entry "fileID", "relativePath" (the "to" side's,
+//            or the "from" side's for a deletion), "previousPath" (renames), "oldVersionID",
+//            "newVersionID", "oldBytes", "newBytes" (null where a side has no file). Files are
+//            matched by id; a file whose bytes are the same at both is not listed.
+//
 // Changes to history (restore, rewind, prune, delete) run one at a time: a
 // pass must not remove a version a rewind is about to read, and the eraser's
 // staged ids must not interleave.

@@ -88,8 +88,10 @@ std::optional<std::int64_t> ApiRequest::integer(const std::string& key, std::int
     const std::string range = "a whole number from " + std::to_string(least) + " to " + std::to_string(most);
     // Unsigned values above the signed range and floats are never converted: the conversion is not defined.
     if (found->is_number_unsigned()) {
-        if (found->get<std::uint64_t>() > std::uint64_t(most)) refuse(key, range);
-        return std::int64_t(found->get<std::uint64_t>());
+        // Text parses every non-negative number as unsigned, so the lower bound is checked here too.
+        const auto value = found->get<std::uint64_t>();
+        if (value > std::uint64_t(most) || (least > 0 && value < std::uint64_t(least))) refuse(key, range);
+        return std::int64_t(value);
     }
     if (!found->is_number_integer()) refuse(key, range);
     const auto value = found->get<std::int64_t>();

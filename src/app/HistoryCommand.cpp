@@ -32,18 +32,6 @@ std::string signedBytes(std::int64_t delta) {
     return text;
 }
 
-nlohmann::json changeJson(const MomentClustering::FileChange& change) {
-    nlohmann::json json;
-    json["fileID"] = change.fileID;
-    putPath(json, "relativePath", change.relativePath);
-    json["kind"] = std::string(MomentClustering::toString(change.kind));
-    json["bytes"] = change.bytes;
-    json["byteDelta"] = change.byteDelta ? nlohmann::json(*change.byteDelta) : nlohmann::json();
-    if (change.previousPath) putPath(json, "previousPath", *change.previousPath);
-    else json["previousPath"] = nullptr;
-    return json;
-}
-
 // Sends a request that changes history to the daemon when one runs, else handles it here.
 nlohmann::json changeHistory(AppContext& context, const std::string& name, const nlohmann::json& request) {
     if (auto daemon = DaemonEndpoint::find(context.fileSystem(), context.locator().containerRoot()))
@@ -62,26 +50,7 @@ int HistoryCommand::history(const std::string& folderName, bool json, bool all) 
     if (json) {
         nlohmann::json object;
         object["folderID"] = folder.id;
-        object["sessions"] = nlohmann::json::array();
-        for (const auto& session : history.sessions) {
-            nlohmann::json sessionJson = {{"start", formatInstant(session.start)}, {"end", formatInstant(session.end)}};
-            sessionJson["moments"] = nlohmann::json::array();
-            for (const auto& moment : session.moments) {
-                nlohmann::json momentJson = {{"at", formatInstant(moment.at)},
-                                             {"instantCount", moment.instantCount},
-                                             {"headline", history.headline(moment)}};
-                momentJson["batchID"] = moment.batchID ? nlohmann::json(*moment.batchID) : nlohmann::json();
-                if (auto mark = history.markAt(moment.at)) {
-                    momentJson["mark"] = {{"kind", std::string(toString(mark->kind))}};
-                    if (mark->name) momentJson["mark"]["name"] = *mark->name;
-                    if (mark->targetAt) momentJson["mark"]["targetAt"] = formatInstant(*mark->targetAt);
-                }
-                momentJson["changes"] = nlohmann::json::array();
-                for (const auto& change : moment.changes) momentJson["changes"].push_back(changeJson(change));
-                sessionJson["moments"].push_back(momentJson);
-            }
-            object["sessions"].push_back(sessionJson);
-        }
+        object["sessions"] = sessionsJson(history);
         out_ << object.dump(2) << "\n";
         return 0;
     }
@@ -133,16 +102,7 @@ int HistoryCommand::show(const std::string& folderName, const std::string& atTex
               [](const FileStateAt& a, const FileStateAt& b) { return a.file.relativePath < b.file.relativePath; });
     if (json) {
         nlohmann::json array = nlohmann::json::array();
-        for (const auto& state : states) {
-            nlohmann::json entry;
-            putPath(entry, "relativePath", state.file.relativePath);
-            entry["fileID"] = state.file.id;
-            entry["logicalBytes"] = state.version.logicalBytes;
-            entry["versionID"] = state.version.id;
-            entry["capturedAt"] = formatInstant(state.version.capturedAt);
-            entry["isPackage"] = state.file.isPackage;
-            array.push_back(entry);
-        }
+        for (const auto& state : states) array.push_back(toJson(state));
         out_ << nlohmann::json({{"folderID", folder.id}, {"at", formatInstant(*at)}, {"files", array}}).dump(2) << "\n";
         return 0;
     }

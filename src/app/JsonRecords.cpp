@@ -5,6 +5,21 @@
 #include "platform/PathNames.h"
 
 namespace vosklin {
+namespace {
+
+nlohmann::json changeJson(const MomentClustering::FileChange& change) {
+    nlohmann::json json;
+    json["fileID"] = change.fileID;
+    putPath(json, "relativePath", change.relativePath);
+    json["kind"] = std::string(MomentClustering::toString(change.kind));
+    json["bytes"] = change.bytes;
+    json["byteDelta"] = change.byteDelta ? nlohmann::json(*change.byteDelta) : nlohmann::json();
+    if (change.previousPath) putPath(json, "previousPath", *change.previousPath);
+    else json["previousPath"] = nullptr;
+    return json;
+}
+
+}  // namespace
 
 nlohmann::json toJson(const StoredVersion& version) {
     nlohmann::json json;
@@ -95,6 +110,41 @@ nlohmann::json toJson(const CrawlReport& report) {
     json["startedAt"] = formatInstant(report.startedAt);
     json["finishedAt"] = formatInstant(report.finishedAt);
     return json;
+}
+
+nlohmann::json sessionsJson(const FolderHistory& history) {
+    nlohmann::json sessions = nlohmann::json::array();
+    for (const auto& session : history.sessions) {
+        nlohmann::json sessionJson = {{"start", formatInstant(session.start)}, {"end", formatInstant(session.end)}};
+        sessionJson["moments"] = nlohmann::json::array();
+        for (const auto& moment : session.moments) {
+            nlohmann::json momentJson = {{"at", formatInstant(moment.at)},
+                                         {"instantCount", moment.instantCount},
+                                         {"headline", history.headline(moment)}};
+            momentJson["batchID"] = moment.batchID ? nlohmann::json(*moment.batchID) : nlohmann::json();
+            if (auto mark = history.markAt(moment.at)) {
+                momentJson["mark"] = {{"kind", std::string(toString(mark->kind))}};
+                if (mark->name) momentJson["mark"]["name"] = *mark->name;
+                if (mark->targetAt) momentJson["mark"]["targetAt"] = formatInstant(*mark->targetAt);
+            }
+            momentJson["changes"] = nlohmann::json::array();
+            for (const auto& change : moment.changes) momentJson["changes"].push_back(changeJson(change));
+            sessionJson["moments"].push_back(momentJson);
+        }
+        sessions.push_back(sessionJson);
+    }
+    return sessions;
+}
+
+nlohmann::json toJson(const FileStateAt& state) {
+    nlohmann::json entry;
+    putPath(entry, "relativePath", state.file.relativePath);
+    entry["fileID"] = state.file.id;
+    entry["logicalBytes"] = state.version.logicalBytes;
+    entry["versionID"] = state.version.id;
+    entry["capturedAt"] = formatInstant(state.version.capturedAt);
+    entry["isPackage"] = state.file.isPackage;
+    return entry;
 }
 
 }  // namespace vosklin

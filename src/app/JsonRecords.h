@@ -4,9 +4,11 @@
 
 #include "bridge/WatchedFolder.h"
 #include "capture/ReconciliationCrawler.h"
+#include "catalog/FileStateAt.h"
 #include "catalog/StoredVersion.h"
 #include "catalog/RecentFile.h"
 #include "catalog/TrackedFile.h"
+#include "history/FolderHistory.h"
 #include "restore/FolderExport.h"
 #include "search/ContentSearchModel.h"
 
@@ -23,5 +25,9 @@ nlohmann::json toJson(const FolderExport::Report& report, const std::string& fol
 nlohmann::json toJson(const RecentFile& file, const std::string& folderPath);
 nlohmann::json toJson(const WatchedFolder& folder);
 nlohmann::json toJson(const CrawlReport& report);
+// The sessions of a history (or of a page of one) as `vosklin history --json` lists them.
+nlohmann::json sessionsJson(const FolderHistory& history);
+// A file as it was at an instant, as `vosklin show --json` lists it.
+nlohmann::json toJson(const FileStateAt& state);
 
 }  // namespace vosklin

@@ -63,6 +63,20 @@ StoredVersion readVersion(const DatabaseRow& row, int first = 0) {
     return version;
 }
 
+// Reads a change row: file id, path, instant, size, previous size, source, batch, replaced.
+ChangeRow readChangeRow(const DatabaseRow& row) {
+    ChangeRow change;
+    change.fileID = row.int64(0);
+    change.relativePath = row.text(1);
+    change.capturedAt = row.real(2);
+    change.logicalBytes = row.int64(3);
+    change.previousBytes = row.optionalInt64(4);
+    change.source = readSource(row, 5);
+    change.batchID = row.optionalText(6);
+    change.isReplacement = row.int64(7) != 0;
+    return change;
+}
+
 MomentMark readMark(const DatabaseRow& row) {
     MomentMark mark;
     mark.folderID = row.text(0);
@@ -514,19 +528,82 @@ std::vector<ChangeRow> VersionCatalog::changeList(const std::string& folderID, s
         "OVER (PARTITION BY v.file_id ORDER BY v.captured_at, v.id) AS previous, v.source, v.batch_id, v.replaced "
         "FROM versions v JOIN files f ON f.id = v.file_id WHERE v.folder_id = ?) ORDER BY captured_at DESC, "
         "file_id DESC LIMIT ?",
-        {folderID, integer(limit)}, [&](const DatabaseRow& row) {
-            ChangeRow change;
-            change.fileID = row.int64(0);
-            change.relativePath = row.text(1);
-            change.capturedAt = row.real(2);
-            change.logicalBytes = row.int64(3);
-            change.previousBytes = row.optionalInt64(4);
-            change.source = readSource(row, 5);
-            change.batchID = row.optionalText(6);
-            change.isReplacement = row.int64(7) != 0;
-            rows.push_back(std::move(change));
-        });
+        {folderID, integer(limit)}, [&](const DatabaseRow& row) { rows.push_back(readChangeRow(row)); });
     return rows;
+}
+
+std::vector<ChangeRow> VersionCatalog::changeListBefore(const std::string& folderID, double before,
+                                                        std::int64_t limit) {
+    Guard guard(lock_);
+    std::vector<ChangeRow> rows;
+    // The size before each row is looked up for the rows kept alone, through the
+    // file's index, rather than by a window over the whole folder on every page.
+    database_.query(
+        "SELECT v.file_id, COALESCE(v.rel_path, f.rel_path), v.captured_at, v.logical_bytes, (SELECT p.logical_bytes "
+        "FROM versions p WHERE p.file_id = v.file_id AND (p.captured_at, p.id) < (v.captured_at, v.id) ORDER BY "
+        "p.captured_at DESC, p.id DESC LIMIT 1), v.source, v.batch_id, v.replaced FROM versions v JOIN files f ON "
+        "f.id = v.file_id WHERE v.folder_id = ? AND v.captured_at < ? ORDER BY v.captured_at DESC, v.file_id DESC, "
+        "v.id DESC LIMIT ?",
+        {folderID, before, integer(limit)}, [&](const DatabaseRow& row) { rows.push_back(readChangeRow(row)); });
+    return rows;
+}
+
+std::vector<ChangeRow> VersionCatalog::newestRowsBefore(const std::vector<std::int64_t>& fileIDs, double before) {
+    Guard guard(lock_);
+    std::vector<ChangeRow> rows;
+    if (fileIDs.empty()) return rows;
+    std::ostringstream ids;
+    ids << '[';
+    for (std::size_t i = 0; i < fileIDs.size(); ++i) ids << (i ? "," : "") << fileIDs[i];
+    ids << ']';
+    database_.query(
+        "SELECT v.file_id, COALESCE(v.rel_path, f.rel_path), v.captured_at, v.logical_bytes, NULL, v.source, "
+        "v.batch_id, v.replaced FROM json_each(?) j JOIN versions v ON v.id = (SELECT id FROM versions WHERE file_id = "
+        "j.value AND captured_at < ? ORDER BY captured_at DESC, id DESC LIMIT 1) JOIN files f ON f.id = v.file_id",
+        {ids.str(), before}, [&](const DatabaseRow& row) { rows.push_back(readChangeRow(row)); });
+    return rows;
+}
+
+std::vector<FileEventRow> VersionCatalog::eventsBetween(const std::string& folderID, double from, double before) {
+    Guard guard(lock_);
+    std::vector<FileEventRow> events;
+    database_.query(
+        "SELECT file_id, at, kind, path FROM file_events WHERE folder_id = ? AND at >= ? AND at < ? ORDER BY at DESC, "
+        "rowid DESC",
+        {folderID, from, before}, [&](const DatabaseRow& row) {
+            auto kind = fileEventKindFromString(row.text(2));
+            if (!kind) return;
+            events.push_back({row.int64(0), row.real(1), *kind, row.optionalText(3)});
+        });
+    return events;
+}
+
+std::vector<HeldPath> VersionCatalog::heldPaths(const std::string& folderID) {
+    Guard guard(lock_);
+    std::vector<HeldPath> paths;
+    database_.query(
+        "SELECT p.path, p.file_id, f.deleted_at IS NOT NULL, (SELECT COUNT(*) FROM versions WHERE file_id = "
+        "p.file_id) FROM (SELECT file_id, rel_path AS path FROM versions WHERE folder_id = ?1 AND rel_path IS NOT NULL "
+        "UNION SELECT id, rel_path FROM files WHERE folder_id = ?1 UNION SELECT file_id, path FROM file_events WHERE "
+        "folder_id = ?1 AND kind = 'renamed' AND path IS NOT NULL) p JOIN files f ON f.id = p.file_id ORDER BY p.path, "
+        "p.file_id",
+        {folderID}, [&](const DatabaseRow& row) {
+            paths.push_back({row.text(0), row.int64(1), row.int64(2) != 0, row.int64(3)});
+        });
+    return paths;
+}
+
+std::vector<ChangeDay> VersionCatalog::changeDays(const std::string& folderID) {
+    Guard guard(lock_);
+    std::vector<ChangeDay> days;
+    database_.query(
+        "SELECT date(at, 'unixepoch', 'localtime') AS day, COUNT(*), MIN(at), MAX(at) FROM (SELECT captured_at AS at "
+        "FROM versions WHERE folder_id = ?1 UNION ALL SELECT at FROM file_events WHERE folder_id = ?1 AND kind IN "
+        "('deleted', 'renamed')) GROUP BY day ORDER BY day DESC",
+        {folderID}, [&](const DatabaseRow& row) {
+            days.push_back({row.text(0), row.int64(1), row.real(2), row.real(3)});
+        });
+    return days;
 }
 
 std::vector<FileEventRow> VersionCatalog::eventsSince(const std::string& folderID, double instant) {

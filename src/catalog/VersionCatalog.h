@@ -48,6 +48,25 @@ struct CatalogTotals {
     std::int64_t logicalBytes = 0;
 };
 
+// A path a file of a folder had at some time (its name now, an old name, the
+// path a version was taken under), for finding a file by any of its names.
+struct HeldPath {
+    std::string relativePath;
+    std::int64_t fileID = 0;
+    bool isDeleted = false;  // the file is deleted now
+    std::int64_t versionCount = 0;  // of the file, under any of its names
+
+    bool operator==(const HeldPath&) const = default;
+};
+
+// The changes of one local calendar day (versions plus deleted/renamed events).
+struct ChangeDay {
+    std::string date;  // "YYYY-MM-DD", in the process's time zone
+    std::int64_t changes = 0;
+    double first = 0;
+    double last = 0;
+};
+
 // The one owner of the catalog database: every other part reads and writes
 // history only through these operations.
 //
@@ -146,7 +165,20 @@ public:
     // --- History of a folder ---------------------------------------------------
     std::vector<FileStateAt> stateAt(const std::string& folderID, double instant);
     std::vector<ChangeRow> changeList(const std::string& folderID, std::int64_t limit);
+    // changeList bounded for paging: the newest `limit` rows captured before
+    // `before` (exclusive), with the sizes before them as changeList gives them.
+    // Ties on the instant by the higher file id, then the newer row.
+    std::vector<ChangeRow> changeListBefore(const std::string& folderID, double before, std::int64_t limit);
+    // Each listed file's newest row captured before `before`, in no order, for
+    // looking back past a page (previousBytes is not read: absent).
+    std::vector<ChangeRow> newestRowsBefore(const std::vector<std::int64_t>& fileIDs, double before);
     std::vector<FileEventRow> eventsSince(const std::string& folderID, double instant);
+    // Events in [from, before), in eventsSince's order.
+    std::vector<FileEventRow> eventsBetween(const std::string& folderID, double from, double before);
+    // Every path the folder's files ever had, by path then file id.
+    std::vector<HeldPath> heldPaths(const std::string& folderID);
+    // The folder's changes by local day, newest day first.
+    std::vector<ChangeDay> changeDays(const std::string& folderID);
     // The newest version or deleted/renamed event in (after, upTo].
     std::optional<double> newestChange(const std::string& folderID, double after, double upTo);
     // Versions plus deleted/renamed events in (after, upTo]. `extraVersionCondition`

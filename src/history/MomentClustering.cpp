@@ -122,7 +122,7 @@ double momentFloor(const std::vector<double>& instantsNewestFirst, const std::un
 }
 
 std::vector<Moment> moments(const std::vector<ChangeRow>& rows, const std::vector<FileEventRow>& events,
-                            const std::vector<MomentMark>& marks, double window) {
+                            const std::vector<MomentMark>& marks, double window, const std::vector<ChangeRow>& earlier) {
     std::unordered_set<double> fences;
     for (const auto& mark : marks)
         if (mark.kind != MomentMark::Kind::named) fences.insert(mark.at);
@@ -136,6 +136,7 @@ std::vector<Moment> moments(const std::vector<ChangeRow>& rows, const std::vecto
         rowsAt[row.capturedAt].push_back(&row);
         history[row.fileID].push_back(&row);
     }
+    for (const auto& row : earlier) history[row.fileID].push_back(&row);
     for (const auto& event : events) {
         eventsAt[event.at].push_back(&event);
         if (event.kind == FileEventKind::deleted || event.kind == FileEventKind::renamed) instantSet.insert(event.at);

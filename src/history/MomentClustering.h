@@ -66,8 +66,11 @@ std::vector<std::vector<double>> groupInstants(const std::vector<double>& instan
 double momentFloor(const std::vector<double>& instantsNewestFirst, const std::unordered_set<double>& fences, double at,
                    double window = momentWindow);
 // Moments newest first. `events` in the catalog's order (newest first, ties by newest row).
+// `earlier`: rows older than all of `rows`, only looked back on (a deleted or renamed
+// file's path and size before the change), never made into moments of their own.
 std::vector<Moment> moments(const std::vector<ChangeRow>& rows, const std::vector<FileEventRow>& events,
-                            const std::vector<MomentMark>& marks, double window = momentWindow);
+                            const std::vector<MomentMark>& marks, double window = momentWindow,
+                            const std::vector<ChangeRow>& earlier = {});
 // Sessions newest first; a gap of exactly `gap` seconds stays in one session.
 // Takes the moments by value: pass a temporary (or std::move) and none is copied.
 std::vector<Session> sessions(std::vector<Moment> moments, double gap = sessionGap);

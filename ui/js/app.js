@@ -22,7 +22,26 @@ function navigation() {
     el('a', { href: '#/settings' }, t('window.nav.settings')),
     el('button', { type: 'button', class: 'picker-button', 'aria-keyshortcuts': '/', onclick: openPicker },
       t('window.nav.findFile')),
+    el('button', { type: 'button', class: 'quiet', 'aria-keyshortcuts': '?', onclick: openKeyHelp }, t('window.nav.keys')),
   );
+  markCurrent();
+  window.addEventListener('hashchange', markCurrent);
+}
+
+// The link of the screen shown says so (aria-current), for sight and for screen readers.
+function markCurrent() {
+  const path = (location.hash.replace(/^#/, '').split('?')[0]) || '/';
+  for (const link of document.querySelectorAll('#main-nav a')) {
+    const target = link.getAttribute('href').replace(/^#/, '');
+    const current = target === '/' ? path === '/' || path.startsWith('/folder/') || path.startsWith('/file/') : path.startsWith(target);
+    if (current) link.setAttribute('aria-current', 'page');
+    else link.removeAttribute('aria-current');
+  }
+}
+
+async function openKeyHelp() {
+  const { showKeyHelp } = await import('./keyHelp.js');
+  showKeyHelp();
 }
 
 async function openPicker() {
@@ -44,6 +63,7 @@ async function main() {
   bindKey('Ctrl+k', openPicker, t('window.keys.findFile'));
   bindKey('g h', () => navigate('#/'), t('window.keys.home'));
   bindKey('g s', () => navigate('#/settings'), t('window.keys.settings'));
+  bindKey('?', openKeyHelp, t('window.keys.help'));
   await start();
 }
 

@@ -18,6 +18,13 @@ export function el(tag, attributes = {}, ...children) {
   return node;
 }
 
+// replaceChildren that, like el(), skips null/false and flattens lists.
+export function setChildren(node, ...children) {
+  node.replaceChildren();
+  append(node, children);
+  return node;
+}
+
 function append(node, children) {
   for (const child of children.flat()) {
     if (child === undefined || child === null || child === false) continue;
@@ -41,12 +48,12 @@ export function showError(container, error) {
 }
 
 // A banner above the view: a message with optional actions (Undo, Dismiss...).
-export function showBanner(message, { kind = 'info', actions = [] } = {}) {
+export function showBanner(message, { kind = 'info', actions = [], dismissLabel = t('window.banner.dismiss') } = {}) {
   const host = document.getElementById('banner');
   const close = () => host.replaceChildren();
   const bar = el('div', { class: `banner ${kind}` }, el('span', {}, message),
     ...actions.map((action) => el('button', { type: 'button', onclick: () => { close(); action.onClick(); } }, action.label)),
-    el('button', { type: 'button', class: 'quiet', onclick: close, 'aria-label': t('window.banner.dismiss') }, '×'));
+    el('button', { type: 'button', class: 'quiet', onclick: close, 'aria-label': dismissLabel }, '×'));
   host.replaceChildren(bar);
   return close;
 }

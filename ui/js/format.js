@@ -35,11 +35,20 @@ export function parseInstant(iso) {
   return Number.isNaN(ms) ? null : ms;
 }
 
+// Building an Intl formatter costs far more than using one, and a timeline
+// formats thousands of times: one formatter per kind and locale.
+const formatters = new Map();
+function formatter(Kind, locale, options) {
+  const key = `${Kind.name}|${locale}|${JSON.stringify(options)}`;
+  if (!formatters.has(key)) formatters.set(key, new Kind(locale, options));
+  return formatters.get(key);
+}
+
 // The absolute time in the reader's own zone and language.
 export function formatAbsolute(iso, locale = undefined) {
   const ms = parseInstant(iso);
   if (ms === null) return '';
-  return new Intl.DateTimeFormat(locale, { dateStyle: 'medium', timeStyle: 'medium' }).format(new Date(ms));
+  return formatter(Intl.DateTimeFormat, locale, { dateStyle: 'medium', timeStyle: 'medium' }).format(new Date(ms));
 }
 
 const steps = [
@@ -58,7 +67,7 @@ export function formatRelative(iso, nowMs = Date.now(), locale = 'en') {
   if (ms === null) return '';
   const seconds = (ms - nowMs) / 1000;
   if (Math.abs(seconds) < 10) return 'now';
-  const format = new Intl.RelativeTimeFormat(locale, { numeric: 'always' });
+  const format = formatter(Intl.RelativeTimeFormat, locale, { numeric: 'always' });
   for (const [unit, size] of steps) {
     if (Math.abs(seconds) >= size) return format.format(Math.trunc(seconds / size), unit);
   }

@@ -28,7 +28,13 @@ export function t(key, ...args) {
 }
 
 // A counted text, in its singular form for 1 when the table has one.
+// A singular form may spell the number out ("1 file changed: %@"): then the
+// number is not one of its placeholders' values.
 export function count(key, n, ...more) {
-  if (n === 1 && Object.prototype.hasOwnProperty.call(singular, key)) return fill(singular[key], [n, ...more]);
+  if (n === 1 && Object.prototype.hasOwnProperty.call(singular, key)) {
+    const form = singular[key];
+    const places = (form.match(/%(@|lld|ld|d)/g) || []).length;
+    return fill(form, places > more.length ? [n, ...more] : more);
+  }
   return t(key, n, ...more);
 }

@@ -29,6 +29,9 @@ test('string table placeholders and singular forms', () => {
   assert.equal(t('a %@ %@', 'x', 'y'), 'from x to y');
   assert.equal(count('n %lld', 1), '1 file');
   assert.equal(count('n %lld', 3), '3 files');
+  setStrings({ 'd %lld %@': '%lld changes at %@' }, { 'd %lld %@': '1 change at %@' });
+  assert.equal(count('d %lld %@', 1, 'noon'), '1 change at noon');
+  assert.equal(count('d %lld %@', 2, 'noon'), '2 changes at noon');
   assert.equal(t('missing.key'), 'missing.key');
   assert.equal(fill('%@ and %@', ['only']), 'only and %@');
 });
