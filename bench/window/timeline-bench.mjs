@@ -252,8 +252,21 @@ async function main() {
         });
         const timelineUrl = `${daemon.origin}/#/folder/${timelineID}`;
         try {
+            // What the window asks the daemon for on the way, and how long each answer took.
+            const asked = [];
+            const onFinished = (request) => {
+                const path = new URL(request.url()).pathname;
+                if (!path.startsWith('/v1/') || path === '/v1/events') return;
+                asked.at(-1)?.push(`${path.slice(4)} ${request.timing().responseEnd.toFixed(0)} ms`);
+            };
+            page.on('requestfinished', onFinished);
             const renders = [];
-            for (let i = 0; i < 5; ++i) renders.push(await firstRender(page, timelineUrl));
+            for (let i = 0; i < 5; ++i) {
+                asked.push([]);
+                renders.push(await firstRender(page, timelineUrl));
+            }
+            page.off('requestfinished', onFinished);
+            row('requests of the first render (cold)', asked[0].join(', '));
             row('timeline first render (cold)', ms(renders[0]), '< 300 ms');
             row('timeline first render (median of 4 more)', ms(median(renders.slice(1))), '< 300 ms');
             const hops = [];
