@@ -24,6 +24,8 @@ const versions = Number(process.env.VERSIONS ?? 100_000);
 const files = Number(process.env.FILES ?? 100_000);
 const tool = process.env.VOSKLIN_BENCH_TOOL ?? join(repositoryRoot, 'build/release/bench/window_bench_tool');
 const uiTimeout = 60_000;
+// Scrolling stops here even before the end; the table then says how far it got.
+const scrollLimitSeconds = Number(process.env.SCROLL_LIMIT_S ?? 600);
 const run = promisify(execFile);
 
 const median = (values) => {
@@ -158,7 +160,8 @@ async function scrollToEnd(page, url) {
     await page.goto(url);
     await page.getByRole('article').first().waitFor({ timeout: uiTimeout });
     let stalls = 0;
-    while (stalls < 3) {
+    const deadline = Date.now() + scrollLimitSeconds * 1000;
+    while (stalls < 3 && Date.now() < deadline) {
         const seen = pages.length;
         await page.evaluate(() => {
             const moments = document.querySelectorAll('article, [role="article"]');
@@ -277,7 +280,7 @@ async function main() {
             const scroll = await scrollToEnd(page, timelineUrl);
             const bytes = scroll.pages.map((p) => p.bytes ?? 0);
             row('timeline scrolled to the end', `${(scroll.elapsed / 1000).toFixed(1)} s, ${scroll.pages.length} pages fetched` +
-                (scroll.reachedEnd ? '' : ' (DID NOT REACH THE END)'), 'paged, never loaded whole');
+                (scroll.reachedEnd ? '' : ` (NOT AT THE END: stopped after ${scrollLimitSeconds} s or stuck)`), 'paged, never loaded whole');
             row('timeline pages in the window (median / max)', `${kb(median(bytes))} / ${kb(Math.max(0, ...bytes))}`);
             row('moments in the page at the end', String(scroll.inDom));
 
