@@ -20,7 +20,8 @@ if [ $# -eq 1 ] && [ -d "$1" ]; then
   # The window, once this daemon is up (a 'vosklin ui' before that would start one of its own).
   for _ in $(seq 100); do
     if "$binary" status --json 2>/dev/null | grep -q '"running": true'; then
-      "$binary" ui >/dev/null || echo "The window did not open; '$binary ui' prints its address" >&2
+      # The address goes to the terminal too, for a machine without a desktop to open it.
+      "$binary" ui >&2 || echo "The window did not open; '$binary ui' prints its address" >&2
       break
     fi
     kill -0 "$daemon" 2>/dev/null || break

@@ -47,7 +47,8 @@ struct Home {
 
 // Not "export": it creates folders wherever a body names one, which a fuzzer running as root must not do.
 const char* const routes[] = {"status", "snapshot", "scan",    "settle", "name",  "unname",
-                              "star",   "unstar",   "restore", "rewind", "prune", "delete", "index", "search"};
+                              "star",   "unstar",   "restore", "rewind", "prune", "delete", "index", "search",
+                              "pdfinfo"};
 
 }  // namespace
 

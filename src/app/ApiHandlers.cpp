@@ -320,8 +320,13 @@ void ApiHandlers::announce(const std::string& name, const ApiRequest& request, c
         what = "settings";
     }
     if (what.empty()) return;
-    const auto folder = answer.is_object() ? answer.find("folderID") : answer.end();
-    changeFeed_->publish(what, folder != answer.end() && folder->is_string() ? folder->get<std::string>() : "");
+    // The folder requests answer with the folder itself, whose id is "id".
+    const auto field = [&](const char* key) {
+        const auto found = answer.is_object() ? answer.find(key) : answer.end();
+        return found != answer.end() && found->is_string() ? found->get<std::string>() : std::string();
+    };
+    const std::string folderID = field("folderID");
+    changeFeed_->publish(what, !folderID.empty() || what != "folders" ? folderID : field("id"));
 }
 
 ApiResponse ApiHandlers::answer(const std::string& name, const std::string& body) {

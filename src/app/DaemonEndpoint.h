@@ -13,7 +13,8 @@ namespace vosklin {
 //                 home while it runs; a look-up only tests the lock, never takes it
 //   daemon.json   {"pid": ..., "socket": path, "port": ...}: the command line talks to the
 //                 Unix socket (see LocalSocketServer); the loopback port is for the web UI
-//   api-token     the secret every request on the port must carry; readable by the user only
+//   api-token     the secret a program sends on the port (the browser's window logs in with a
+//                 one-time code instead; see LocalApiServer); readable by the user only
 struct DaemonEndpoint {
     int pid = 0;
     std::string socketPath;

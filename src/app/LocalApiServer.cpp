@@ -8,6 +8,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <climits>
 #include <cstring>
 #include <functional>
@@ -291,8 +292,11 @@ void LocalApiServer::route() {
             markUntrusted(response);
             response.set_content_provider(
                 std::size_t(served->size), std::string(ServedFiles::contentTypeOf(served->relativePath)),
-                [served](std::size_t, std::size_t, httplib::DataSink& sink) {
+                [served, streamed = false](std::size_t, std::size_t, httplib::DataSink& sink) mutable {
                     // Hashed whole before the first byte goes out; damage found then cuts the answer short.
+                    // All of it in one call: asked again, something went wrong, and it is not sent twice.
+                    if (streamed) return false;
+                    streamed = true;
                     try {
                         served->payload.streamTo(sink.os);
                         return true;
@@ -326,14 +330,12 @@ void LocalApiServer::route() {
             const auto id = positiveNumber(request.matches[2]);
             const auto page = positiveNumber(request.matches[3]);
             if (!id || !page || *page > INT_MAX) throw ApiError(404, "There is no such page");
+            // A width out of range is brought into it: the window asks for what its layout has room for.
             int width = 800;
             if (request.has_param("width")) {
                 const auto asked = positiveNumber(request.get_param_value("width"));
-                if (!asked || *asked < PdfPageRenderer::minimumWidth || *asked > PdfPageRenderer::maximumWidth)
-                    throw ApiError(400, "'width' is a number of pixels from " +
-                                            std::to_string(PdfPageRenderer::minimumWidth) + " to " +
-                                            std::to_string(PdfPageRenderer::maximumWidth));
-                width = int(*asked);
+                if (!asked) throw ApiError(400, "'width' is a number of pixels");
+                width = int(std::clamp<std::int64_t>(*asked, PdfPageRenderer::minimumWidth, PdfPageRenderer::maximumWidth));
             }
             const std::string bytes = files.pdfBytes(*id, request.matches[1].length() > 0);
             if (!PdfPageRenderer::pageCount(bytes)) throw ApiError(415, "This is not a PDF that can be opened");

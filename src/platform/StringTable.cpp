@@ -423,9 +423,12 @@ std::string StringTable::text(const std::string& key, const std::vector<std::str
 std::string StringTable::count(const std::string& key, long long number, const std::vector<std::string>& more) {
     auto found = table().find(key);
     if (found == table().end()) return key;
-    std::vector<std::string> arguments = {std::to_string(number)};
+    const bool singular = number == 1 && found->second.one;
+    const std::string pattern = singular ? found->second.one : found->second.other;
+    // A singular form that spells "1" out takes only the other arguments.
+    std::vector<std::string> arguments;
+    if (!singular || pattern.find("%lld") != std::string::npos) arguments.push_back(std::to_string(number));
     arguments.insert(arguments.end(), more.begin(), more.end());
-    const char* pattern = number == 1 && found->second.one ? found->second.one : found->second.other;
     return fill(pattern, arguments);
 }
 

@@ -70,10 +70,15 @@ public:
     bool send(const std::string& text) {
         return connected_ && ::send(fd_, text.data(), text.size(), MSG_NOSIGNAL) == ssize_t(text.size());
     }
-    // Reads until `wanted` has arrived (true) or the peer closed or 30 s passed (false).
-    bool readUntil(const std::string& wanted) {
+    // Reads until `wanted` has arrived `times` times (true) or the peer closed or 30 s passed (false).
+    bool readUntil(const std::string& wanted, int times = 1) {
         const auto deadline = std::chrono::steady_clock::now() + 30s;
-        while (received_.find(wanted) == std::string::npos) {
+        const auto arrived = [&] {
+            int count = 0;
+            for (auto at = received_.find(wanted); at != std::string::npos; at = received_.find(wanted, at + 1)) ++count;
+            return count >= times;
+        };
+        while (!arrived()) {
             const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
             pollfd entry{fd_, POLLIN, 0};
             if (left.count() <= 0 || ::poll(&entry, 1, int(left.count())) <= 0) return false;
@@ -288,8 +293,9 @@ TEST_F(WindowServerTest, PdfPagesAreRenderedToPicturesOfTheAskedWidth) {
         {"/v1/pdfpage/" + id + "/2", 200, 800},
         {"/v1/pdfpage/live/" + fileID + "/2?width=2000", 200, 2000},
         {"/v1/pdfpage/" + id + "/3", 404, 0},
-        {"/v1/pdfpage/" + id + "/1?width=99", 400, 0},
-        {"/v1/pdfpage/" + id + "/1?width=2001", 400, 0},
+        {"/v1/pdfpage/" + id + "/1?width=99", 200, 100},
+        {"/v1/pdfpage/" + id + "/1?width=999999", 200, 2000},
+        {"/v1/pdfpage/" + id + "/1?width=wide", 400, 0},
         {"/v1/pdfpage/" + idOf(newest("notes.txt")) + "/1", 415, 0},
     };
     for (const auto& c : cases) {
@@ -317,10 +323,22 @@ TEST_F(WindowServerTest, TheEventStreamTellsOfCapturesAndChangesAndHoldsFewSlots
     const std::string folderID = jsonOf({"folder", "list"})[0]["id"];
     EXPECT_NE(stream.received().find("event: changed\ndata: {\"folderID\":\"" + folderID + "\""), std::string::npos)
         << stream.received();
-    auto star = post("star", {{"version", newest("saved.txt")["id"]}});
-    ASSERT_TRUE(star);
-    EXPECT_EQ(star->status, 200);
-    EXPECT_TRUE(stream.readUntil("\"what\":\"history\"")) << stream.received();
+    // The handlers' own changes, each announced once it is done.
+    const struct {
+        std::string name;
+        nlohmann::json body;
+        std::string event;
+    } changes[] = {
+        {"star", {{"version", newest("saved.txt")["id"]}}, R"("what":"history")"},
+        {"folderpause", {{"folder", root}}, R"({"folderID":")" + folderID + R"(","what":"folders"})"},
+        {"setting", {{"key", "vosklin.contentSearchDisabled"}, {"value", true}}, R"({"folderID":"","what":"settings"})"},
+    };
+    for (const auto& change : changes) {
+        auto answer = post(change.name, change.body);
+        ASSERT_TRUE(answer) << change.name;
+        EXPECT_EQ(answer->status, 200) << change.name << ": " << answer->body;
+        EXPECT_TRUE(stream.readUntil(change.event)) << change.name << ": " << stream.received();
+    }
 
     // Streams are few, so requests always find a slot; one whose reader left gives its slot back.
     std::vector<std::unique_ptr<RawConnection>> more;
@@ -395,8 +413,9 @@ TEST_F(WindowServerTest, TheUiCommandStartsTheDaemonAndPrintsOneLoginAddress) {
     EXPECT_EQ(jsonOf({"status"})["daemon"].value("pid", 0), pid);
 }
 
-// The stream on its own, with short limits: keep-alive comments while nothing happens,
-// and a server that stops with a stream open ends it instead of waiting for news forever.
+// The stream on its own, with short limits: keep-alive comments while nothing happens, long
+// past the deadline a request must arrive within, and a server that stops with a stream
+// open ends it instead of waiting for news forever.
 TEST(EventStreamTest, KeepsAliveAndEndsWhenTheServerStops) {
     test::TempDirectory home;
     test::RecordingLogger logger;
@@ -406,6 +425,7 @@ TEST(EventStreamTest, KeepsAliveAndEndsWhenTheServerStops) {
     handlers.setChangeFeed(&feed);
     LocalApiServer::Limits limits;
     limits.keepAliveInterval = 100ms;
+    limits.requestDeadline = 150ms;
     limits.maximumEventStreams = 1;
     LocalApiServer server(handlers, "token", limits);
     const int port = server.start();
@@ -414,7 +434,7 @@ TEST(EventStreamTest, KeepsAliveAndEndsWhenTheServerStops) {
     RawConnection stream(port);
     ASSERT_TRUE(stream.send(request));
     ASSERT_TRUE(stream.readUntil(": connected"));
-    EXPECT_TRUE(stream.readUntil(": keep-alive")) << stream.received();
+    EXPECT_TRUE(stream.readUntil(": keep-alive", 5)) << stream.received();
     RawConnection second(port);
     ASSERT_TRUE(second.send(request));
     EXPECT_TRUE(second.readUntil("HTTP/1.1 503")) << second.received();

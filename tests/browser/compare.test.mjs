@@ -119,8 +119,9 @@ test('image: side by side, swipe, onion skin and the difference computed in the 
     const page = w.page;
     await w.open(routes['picture.png']);
     const images = page.getByRole('img', { name: /^The version of / });
+    // Measured once loaded: a loading image is only as large as its text.
+    await waitUntil(async () => (await loaded(images.nth(0))) && (await loaded(images.nth(1))), 'both versions loaded as images');
     await assertSideBySide(images.nth(0), images.nth(1), 'images');
-    assert.ok(await loaded(images.nth(0)) && await loaded(images.nth(1)), 'both versions load as images');
 
     await page.getByRole('button', { name: 'Swipe' }).click();
     await page.getByRole('slider', { name: 'Where the newer image begins' }).fill('25');
@@ -144,12 +145,13 @@ test('PDF: pages rendered by the daemon, side by side, page by page', { timeout:
     await w.open(routes['paper.pdf']);
     await page.getByText('Page 1 of 3').waitFor();
     const pages = page.getByRole('img', { name: /^Page 1 of / });
+    // Rendered by poppler on demand: slow on a busy machine, and measured once there.
+    await waitUntil(async () => (await loaded(pages.nth(0))) && (await loaded(pages.nth(1))), 'both rendered pages', 60_000);
     await assertSideBySide(pages.nth(0), pages.nth(1), 'PDF pages');
-    await waitUntil(async () => (await loaded(pages.nth(0))) && (await loaded(pages.nth(1))), 'both rendered pages');
     await page.getByRole('button', { name: 'Next page' }).click();
     await page.getByRole('button', { name: 'Next page' }).click();
     await page.getByText('Page 3 of 3').waitFor();
     assert.equal(await page.getByText('No such page in this version.').count(), 1, 'the older version has two pages');
-    assert.ok(await loaded(page.getByRole('img', { name: /^Page 3 of / })));
+    await waitUntil(() => loaded(page.getByRole('img', { name: /^Page 3 of / })), 'the newer version\'s third page', 60_000);
     assert.deepEqual(w.pageErrors, []);
 });

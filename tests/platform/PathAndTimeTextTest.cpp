@@ -10,6 +10,7 @@
 #include "platform/Instant.h"
 #include "platform/PathJson.h"
 #include "platform/PathNames.h"
+#include "platform/StringTable.h"
 
 namespace vosklin {
 namespace {
@@ -140,3 +141,20 @@ TEST(PathJsonTest, ValidUtf8IsWrittenPlainAndAnythingElseKeepsItsBytes) {
 
 }  // namespace
 }  // namespace vosklin
+
+TEST(StringTableTest, CountedTextsTakeTheirNumberOnlyWhereTheFormHasAPlace) {
+    struct Row {
+        const char* key;
+        long long number;
+        std::vector<std::string> more;
+        const char* expected;
+    };
+    const Row rows[] = {
+        {"rewind.banner.done %lld %@", 1, {"noon"}, "1 change made: the folder is as it was at noon."},
+        {"rewind.banner.done %lld %@", 3, {"noon"}, "3 changes made: the folder is as it was at noon."},
+        {"rewind.moment.files %lld", 1, {}, "1 file changed"},
+        {"rewind.moment.files %lld", 0, {}, "0 files changed"},
+        {"no.such.key %lld", 1, {}, "no.such.key %lld"},
+    };
+    for (const auto& row : rows) EXPECT_EQ(StringTable::count(row.key, row.number, row.more), row.expected) << row.key;
+}

@@ -51,23 +51,50 @@ export function pdfPageUrl(source, page, width = 800) {
   return `${base}/${page}?width=${Math.round(width)}`;
 }
 
-// One event stream for the whole window; listeners get {folderID, what}.
+// One event stream for the whole window; listeners get {folderID, what}. The
+// browser retries a dropped stream by itself, but not one the daemon refused
+// (all its stream slots taken, or a restart between two tries): that one is
+// opened again after a pause; the listeners then hear of a change to every
+// folder's history, since anything may have happened while no stream was open.
 const listeners = new Set();
 let stream = null;
+let retry = null;
+const retryMs = 5000;
+
+function deliver(change) {
+  for (const each of [...listeners]) each(change);
+}
+
+function openStream() {
+  stream = new EventSource('/v1/events');
+  let opened = false;
+  stream.addEventListener('open', () => {
+    if (opened) return;
+    opened = true;
+    if (retry !== null) deliver({ folderID: '', what: 'history' });
+    retry = null;
+  });
+  stream.addEventListener('changed', (event) => {
+    let change;
+    try {
+      change = JSON.parse(event.data);
+    } catch {
+      return;
+    }
+    deliver(change);
+  });
+  stream.addEventListener('error', () => {
+    if (stream.readyState !== EventSource.CLOSED) return;
+    stream = null;
+    retry = setTimeout(() => {
+      if (listeners.size) openStream();
+      else retry = null;
+    }, retryMs);
+  });
+}
 
 export function onChange(listener) {
   listeners.add(listener);
-  if (!stream && typeof EventSource !== 'undefined') {
-    stream = new EventSource('/v1/events');
-    stream.addEventListener('changed', (event) => {
-      let change;
-      try {
-        change = JSON.parse(event.data);
-      } catch {
-        return;
-      }
-      for (const each of [...listeners]) each(change);
-    });
-  }
+  if (!stream && retry === null && typeof EventSource !== 'undefined') openStream();
   return () => listeners.delete(listener);
 }

@@ -2,6 +2,13 @@
 // {kind: context|added|removed, text, oldNumber, newNumber}) as unified rows or
 // side-by-side pairs, with long unchanged runs folded. Pure: tested under Node.
 
+// A text ending in a newline comes back with an empty last line after it; when
+// both sides end so, that line is not one anybody wrote, and is not shown.
+export function withoutFinalNewline(lines) {
+  const last = lines[lines.length - 1];
+  return last && last.kind === 'context' && last.text === '' ? lines.slice(0, -1) : lines;
+}
+
 // Side by side: unchanged lines on both sides; a block of removed lines next to
 // the added lines that replaced it, row by row.
 export function sideBySide(lines) {

@@ -1,6 +1,6 @@
 import { test } from 'node:test';
 import assert from 'node:assert/strict';
-import { compareKind, counts, fold, sideBySide, unified } from '../js/diffView.js';
+import { compareKind, counts, fold, sideBySide, unified, withoutFinalNewline } from '../js/diffView.js';
 
 let number = 0;
 const ctx = (n) => Array.from({ length: n }, () => { number += 1; return { kind: 'context', text: `l${number}`, oldNumber: number, newNumber: number }; });
@@ -34,4 +34,11 @@ test('the comparison a file gets, by its extension', () => {
   const table = [['a/photo.JPG', 'image'], ['x.svg', 'image'], ['doc.pdf', 'pdf'], ['page.html', 'text'], ['notes.txt', 'text'],
     ['archive.bin', 'text'], ['.pdf', 'text'], ['Makefile', 'text'], ['pic.webp', 'image']];
   for (const [path, kind] of table) assert.equal(compareKind(path), kind, path);
+});
+
+test('the empty line after a final newline is dropped only when both sides have it', () => {
+  const line = (kind, text) => ({ kind, text });
+  const table = [[[line('context', 'a'), line('context', '')], 1], [[line('context', 'a'), line('removed', '')], 2],
+    [[line('added', 'b'), line('context', 'x')], 2], [[], 0]];
+  for (const [lines, left] of table) assert.equal(withoutFinalNewline(lines).length, left, JSON.stringify(lines));
 });

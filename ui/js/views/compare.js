@@ -6,7 +6,7 @@
 import { call, liveUrl, payloadUrl, pdfPageUrl } from '../api.js';
 import { el, timeCell } from '../dom.js';
 import { baseName, formatAbsolute, formatBytes } from '../format.js';
-import { compareKind, counts, fold, sideBySide, unified } from '../diffView.js';
+import { compareKind, counts, fold, sideBySide, unified, withoutFinalNewline } from '../diffView.js';
 import { hexRows, pixelDifference } from '../hexView.js';
 import { count, t } from '../strings.js';
 
@@ -119,7 +119,7 @@ async function showText(host, pair) {
       el('ul', {}, regions.map((region) => el('li', {}, t('window.compare.text.region %lld %lld', region.startLine, region.startLine + region.length - 1))))));
     return;
   }
-  const lines = result.lines || [];
+  const lines = withoutFinalNewline(result.lines || []);
   const tally = counts(lines);
   if (tally.identical) {
     host.append(el('p', { class: 'identical' }, t('compare.text.identical')));

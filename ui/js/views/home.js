@@ -13,14 +13,17 @@ import { count, t } from '../strings.js';
 export async function render(main) {
   const { folders } = await call('folders');
   let onboarding = folders.length === 0;
+  let recordingShown = false; // the page that follows a first folder's adding stays until left
   let stopped = false;
   let reloading = null;
 
   const reload = async () => {
-    if (stopped || onboarding) return;
+    if (stopped || recordingShown) return;
     try {
       const answer = await call('folders');
-      if (!stopped) showHome(answer.folders);
+      if (stopped || recordingShown || (onboarding && answer.folders.length === 0)) return;
+      onboarding = false;
+      showHome(answer.folders);
     } catch (error) {
       if (!stopped) showError(main, error);
     }
@@ -51,6 +54,7 @@ export async function render(main) {
   }
 
   function showRecording(folder) {
+    recordingShown = true;
     const open = el('a', { class: 'button primary', href: `#/folder/${encodeURIComponent(folder.id)}` },
       t('window.onboarding.openTimeline'));
     setChildren(main,
@@ -58,7 +62,7 @@ export async function render(main) {
       el('p', { class: 'lead' }, t(folder.mode === 'manual' ? 'window.onboarding.recording.manual %@' : 'window.onboarding.recording %@', folder.path)),
       folder.state ? el('p', {}, el('span', { class: `state state-${folder.state}` }, stateText(folder.state))) : null,
       el('div', { class: 'actions' }, open,
-        el('button', { type: 'button', onclick: () => { onboarding = false; reload(); } }, t('window.onboarding.done'))));
+        el('button', { type: 'button', onclick: () => { recordingShown = false; reload(); } }, t('window.onboarding.done'))));
     open.focus();
   }
 
@@ -144,7 +148,9 @@ export async function render(main) {
     const where = card && main.contains(card)
       ? { folder: card.dataset.folder, index: [...card.querySelectorAll('a, button')].indexOf(focused) }
       : null;
-    const existing = main.querySelector('.add-folder');
+    // A reload of the home keeps its add form (and what is typed there); anything else is drawn anew.
+    const listHost = main.querySelector('.folder-list');
+    const existing = listHost ? main.querySelector('.add-folder') : null;
     const form = existing ? null : addFolderForm({
       heading: el('h2', {}, t('window.home.add')),
       onAdded: async (folder) => {
@@ -155,8 +161,7 @@ export async function render(main) {
       },
     });
     const cards = el('ul', { class: 'folder-list', 'aria-labelledby': 'home-title' }, list.map(folderCard));
-    const listHost = main.querySelector('.folder-list');
-    if (listHost && existing) {
+    if (existing) {
       listHost.replaceWith(cards);
     } else {
       setChildren(main,
