@@ -45,11 +45,16 @@ after(async () => {
 });
 
 // Shows `hash` and waits until the screen has drawn its heading and nothing in it says it is
-// still loading (the event stream stays open, so the network is never idle).
+// still loading (the event stream stays open, so the network is never idle). A screen that
+// shows an error instead is a failure: the check is about the screen, not the error box.
 async function show(view, hash) {
-    await view.page.goto(`${view.origin}/${hash}`);
-    await view.page.getByRole('heading').first().waitFor({ timeout: 15_000 });
-    await view.page.waitForFunction(() => !document.querySelector('[aria-busy="true"]'), null, { timeout: 15_000 });
+    const { page } = view;
+    await page.goto(`${view.origin}/${hash}`);
+    await page.locator('main').getByRole('heading').first().waitFor({ timeout: 15_000 });
+    await page.waitForFunction(() => !document.querySelector('[aria-busy="true"]'), null, { timeout: 15_000 });
+    // An empty alert region is a place kept for messages, not an error.
+    const alerts = (await page.locator('main [role="alert"]').allInnerTexts()).filter((text) => text.trim() !== '');
+    assert.deepEqual(alerts, [], `${hash} shows an error instead of its screen`);
 }
 
 async function assertAccessible(view, what) {

@@ -28,6 +28,8 @@ const live = new Set();
 process.on('exit', () => {
     for (const daemon of live) daemon.abandon();
 });
+// A test run or benchmark stopped from outside still cleans up on its way out.
+for (const signal of ['SIGINT', 'SIGTERM']) process.once(signal, () => process.exit(128 + (signal === 'SIGINT' ? 2 : 15)));
 
 function wait(ms) {
     return new Promise((done) => setTimeout(done, ms));
