@@ -82,7 +82,7 @@ nlohmann::json HistoryRequests::history(const ApiRequest& request) {
     nlohmann::json answer = {{"folderID", folder.id}, {"sessions", nlohmann::json::array()}, {"next", nullptr}};
     if (!context_.storeExists()) return answer;
     const auto page = FolderHistory::loadPage(context_.readCatalog(), folder.id, before, limit);
-    answer["sessions"] = sessionsJson(page.history);
+    answer["sessions"] = sessionsJson(page.history, changesPerMoment);
     if (page.next) answer["next"] = formatInstant(*page.next);
     return answer;
 }

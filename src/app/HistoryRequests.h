@@ -20,6 +20,8 @@ class HistoryRequests {
 public:
     static constexpr std::int64_t defaultPageRows = 1000;
     static constexpr std::int64_t mostPageRows = 5000;
+    // A moment lists this many of its changes on a page (with "changeCount" when it has more).
+    static constexpr std::size_t changesPerMoment = 200;
     static constexpr std::int64_t defaultVersions = 500;
     static constexpr std::int64_t mostVersions = 5000;
 

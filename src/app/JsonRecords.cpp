@@ -1,5 +1,7 @@
 #include "app/JsonRecords.h"
 
+#include <algorithm>
+
 #include "platform/Instant.h"
 #include "platform/PathJson.h"
 #include "platform/PathNames.h"
@@ -112,7 +114,7 @@ nlohmann::json toJson(const CrawlReport& report) {
     return json;
 }
 
-nlohmann::json sessionsJson(const FolderHistory& history) {
+nlohmann::json sessionsJson(const FolderHistory& history, std::optional<std::size_t> changeLimit) {
     nlohmann::json sessions = nlohmann::json::array();
     for (const auto& session : history.sessions) {
         nlohmann::json sessionJson = {{"start", formatInstant(session.start)}, {"end", formatInstant(session.end)}};
@@ -128,7 +130,9 @@ nlohmann::json sessionsJson(const FolderHistory& history) {
                 if (mark->targetAt) momentJson["mark"]["targetAt"] = formatInstant(*mark->targetAt);
             }
             momentJson["changes"] = nlohmann::json::array();
-            for (const auto& change : moment.changes) momentJson["changes"].push_back(changeJson(change));
+            const std::size_t listed = std::min(moment.changes.size(), changeLimit.value_or(moment.changes.size()));
+            for (std::size_t i = 0; i < listed; ++i) momentJson["changes"].push_back(changeJson(moment.changes[i]));
+            if (listed < moment.changes.size()) momentJson["changeCount"] = moment.changes.size();
             sessionJson["moments"].push_back(momentJson);
         }
         sessions.push_back(sessionJson);

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <nlohmann/json.hpp>
+#include <optional>
 
 #include "bridge/WatchedFolder.h"
 #include "capture/ReconciliationCrawler.h"
@@ -26,7 +27,9 @@ nlohmann::json toJson(const RecentFile& file, const std::string& folderPath);
 nlohmann::json toJson(const WatchedFolder& folder);
 nlohmann::json toJson(const CrawlReport& report);
 // The sessions of a history (or of a page of one) as `vosklin history --json` lists them.
-nlohmann::json sessionsJson(const FolderHistory& history);
+// With a limit, a moment lists at most that many changes and then says how many it has
+// ("changeCount"), so a moment of a whole folder's first scan does not weigh megabytes.
+nlohmann::json sessionsJson(const FolderHistory& history, std::optional<std::size_t> changeLimit = std::nullopt);
 // A file as it was at an instant, as `vosklin show --json` lists it.
 nlohmann::json toJson(const FileStateAt& state);
 

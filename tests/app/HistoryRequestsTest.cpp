@@ -6,6 +6,7 @@
 #include <filesystem>
 
 #include "app/ApiHandlers.h"
+#include "app/HistoryRequests.h"
 #include "app/RecordedFolder.h"
 #include "platform/Instant.h"
 #include "retention/PinnedTimeZone.h"
@@ -93,6 +94,20 @@ TEST_F(HistoryRequestsTest, PagesHoldWholeMomentsAndConcatenateToTheWholeHistory
         EXPECT_EQ(moments, wholeMoments);
         EXPECT_EQ(pageSizes, sizes);
     }
+}
+
+TEST_F(HistoryRequestsTest, AMomentOfManyFilesListsItsFirstChangesAndCountsThemAll) {
+    const std::size_t files = HistoryRequests::changesPerMoment + 5;
+    for (std::size_t i = 0; i < files; ++i) capture("f" + std::to_string(i) + ".txt", "x", t0 + double(i) / 100);
+    capture("late.txt", "y", t0 + 5000);
+    const auto page = call("history", json::object());
+    ASSERT_EQ(page["sessions"].size(), 2u);
+    const auto& big = page["sessions"][1]["moments"][0];
+    EXPECT_EQ(big["changes"].size(), HistoryRequests::changesPerMoment);
+    EXPECT_EQ(big["changeCount"], files);
+    EXPECT_FALSE(page["sessions"][0]["moments"][0].contains("changeCount")) << "a moment listed whole says nothing more";
+    const auto whole = jsonOf({"history", root});
+    EXPECT_EQ(whole["sessions"][1]["moments"][0]["changes"].size(), files) << "the command still lists every change";
 }
 
 TEST_F(HistoryRequestsTest, CalendarDaysAreLocalDaysNewestFirst) {

@@ -131,7 +131,9 @@ export async function render(main, params) {
     const marks = momentMarks(moment);
     const headingID = `moment-${moment.at}`;
     const changes = moment.changes || [];
-    const showAll = expanded.has(moment.at) || changes.length <= changesShown + 1;
+    // A page lists the first changes of a very large moment; the files tab has them all.
+    const total = moment.changeCount ?? changes.length;
+    const showAll = expanded.has(moment.at) || total <= changesShown + 1;
     const shown = showAll ? changes : changes.slice(0, changesShown);
     const markList = [];
     if (isCurrent) markList.push(el('span', { class: 'mark mark-current' }, t('rewind.moment.current.help')));
@@ -139,10 +141,13 @@ export async function render(main, params) {
     if (marks.kept) markList.push(keptMark(t('window.timeline.kept'), t('window.timeline.keptHelp')));
     if (marks.rewind) markList.push(el('span', { class: 'mark mark-rewind' }, t('window.timeline.rewindMark')));
     if (marks.beforeRewind) markList.push(el('span', { class: 'mark mark-before-rewind' }, t('window.timeline.beforeRewindMark')));
-    const more = showAll ? '' : el('button', {
+    const unlisted = showAll && total > changes.length
+      ? el('a', { href: `${base}/files?at=${encodeURIComponent(moment.at)}` }, count('rewind.moment.more %lld', total - changes.length))
+      : '';
+    const more = showAll ? unlisted : el('button', {
       type: 'button', class: 'quiet more-changes',
       onclick: () => { expanded.add(moment.at); renderList({ keepPlace: true }); focusChange(moment.at, shown.length); },
-    }, count('rewind.moment.more %lld', changes.length - shown.length));
+    }, count('rewind.moment.more %lld', total - shown.length));
     const actions = el('div', { class: 'moment-actions', role: 'group', 'aria-label': t('window.timeline.actions') },
       el('button', { type: 'button', onclick: () => openNameSheet({ folderID, moment, currentName: marks.name || '', onDone: refresh }) },
         marks.named ? t('window.timeline.rename') : t('window.timeline.name')),
