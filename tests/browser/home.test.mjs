@@ -2,7 +2,7 @@
 // (with completion and a refusal worded as `folder add` words it), pause and resume, a
 // snapshot's report, and removal that keeps the history.
 import assert from 'node:assert/strict';
-import { basename, dirname } from 'node:path';
+import { basename, dirname, join } from 'node:path';
 import { test } from 'node:test';
 
 import { startWindow, testTimeout, waitUntil } from './harness.mjs';
@@ -39,7 +39,11 @@ test('onboarding: completion, a refusal as the command words it, then a first fo
     assert.equal(await page.getByRole('link', { name: 'Open its timeline' }).getAttribute('href'), `#/folder/${folder.id}`);
     // Recording from the start: what was there is kept, and so is what comes next.
     await w.writeFile('after.txt', 'written after\n');
-    await w.settle();
+    // The daemon takes in a new folder when it next reads its folder list, which a settle
+    // started just before may not wait for: settle until the folder's first crawl is in.
+    const kept = async (path) => (await w.vosklin(['versions', join(w.folder, path), '--json'])).status === 0;
+    await waitUntil(async () => { await w.settle(); return await kept('before.txt') && await kept('after.txt'); },
+        'the new folder\'s files to be kept', 60_000);
     for (const path of ['before.txt', 'after.txt']) assert.equal((await w.versionsOf(path)).versions.length, 1, path);
     assert.deepEqual(w.pageErrors, []);
 });
