@@ -165,6 +165,21 @@ private:
     std::uint64_t state_;
 };
 
+// Draws for the generated histories, repeatable from a seed.
+class Random {
+public:
+    explicit Random(std::uint64_t seed) : bytes_(seed) {}
+    std::uint64_t next() { return bytes_.next(); }
+    // In [0, 1).
+    double unit() { return double(next() >> 11) * 0x1.0p-53; }
+    double uniform(double low, double high) { return low + (high - low) * unit(); }
+    std::size_t below(std::size_t count) { return std::size_t(next() % count); }
+    bool chance(double probability) { return unit() < probability; }
+
+private:
+    DeterministicBytes bytes_;
+};
+
 // Where scratch folders go: $VOSKLIN_BENCH_DIR, else `fallback`.
 inline std::string scratchBase(const char* fallback) {
     const char* base = std::getenv("VOSKLIN_BENCH_DIR");

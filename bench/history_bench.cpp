@@ -81,19 +81,7 @@ double medianMilliseconds(int runs, Work&& work) {
     return median(times);
 }
 
-class Random {
-public:
-    explicit Random(std::uint64_t seed) : bytes_(seed) {}
-    std::uint64_t next() { return bytes_.next(); }
-    // In [0, 1).
-    double unit() { return double(next() >> 11) * 0x1.0p-53; }
-    double uniform(double low, double high) { return low + (high - low) * unit(); }
-    std::size_t below(std::size_t count) { return std::size_t(next() % count); }
-    bool chance(double probability) { return unit() < probability; }
-
-private:
-    vosklin::bench::DeterministicBytes bytes_;
-};
+using vosklin::bench::Random;
 
 const std::vector<std::string>& words() {
     static const std::vector<std::string> list = {

@@ -42,16 +42,7 @@ constexpr double wideBefore = start;
 constexpr double wideAfter = start + 3600;
 constexpr std::size_t batchSize = 10'000;
 
-class Random {
-public:
-    explicit Random(std::uint64_t seed) : bytes_(seed) {}
-    double unit() { return double(bytes_.next() >> 11) * 0x1.0p-53; }
-    double uniform(double low, double high) { return low + (high - low) * unit(); }
-    std::size_t below(std::size_t count) { return std::size_t(bytes_.next() % count); }
-
-private:
-    bench::DeterministicBytes bytes_;
-};
+using vosklin::bench::Random;
 
 NewVersion rowOf(const TrackedFile& file, double at, std::int64_t bytes, std::uint64_t sequence) {
     NewVersion version;

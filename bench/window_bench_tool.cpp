@@ -30,17 +30,7 @@ using vosklin::FileToTrack;
 using vosklin::NewVersion;
 using vosklin::VersionCatalog;
 
-class Random {
-public:
-    explicit Random(std::uint64_t seed) : bytes_(seed) {}
-    double unit() { return double(bytes_.next() >> 11) * 0x1.0p-53; }
-    double uniform(double low, double high) { return low + (high - low) * unit(); }
-    std::size_t below(std::size_t count) { return std::size_t(bytes_.next() % count); }
-    bool chance(double probability) { return unit() < probability; }
-
-private:
-    vosklin::bench::DeterministicBytes bytes_;
-};
+using vosklin::bench::Random;
 
 // Distinct digests and slots of the real shape; nobody reads a payload here.
 NewVersion versionOf(std::int64_t fileID, double at, std::int64_t bytes, std::uint64_t sequence,
